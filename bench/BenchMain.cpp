@@ -1,0 +1,125 @@
+// The main of every benchmark program: the usual console report, then a table that puts each zor case
+// beside its peer with the ratio peer/zor. With ZOR_BENCH_MARKDOWN=file the rows are also appended to
+// that file as Markdown, for the results page.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "BenchUtil.h"
+
+namespace {
+
+struct Target {
+    double dMinRatio;
+    std::string sGoal;
+};
+
+std::map<std::string, Target>& targets() {
+    static std::map<std::string, Target> table;
+    return table;
+}
+
+struct Row {
+    std::map<std::string, double> nsByImpl;  // "zor" and the peer(s)
+};
+
+std::string describeTime(double ns) {
+    char text[64];
+    if (ns >= 1e6) {
+        std::snprintf(text, sizeof text, "%.2f ms", ns / 1e6);
+    } else if (ns >= 1e3) {
+        std::snprintf(text, sizeof text, "%.2f us", ns / 1e3);
+    } else {
+        std::snprintf(text, sizeof text, "%.1f ns", ns);
+    }
+    return text;
+}
+
+// Splits "case/impl/rest" into the case key (case plus rest) and the implementation name.
+bool splitName(const std::string& sName, std::string& sKey, std::string& sImpl) {
+    const size_t first = sName.find('/');
+    if (first == std::string::npos) return false;
+    const size_t second = sName.find('/', first + 1);
+    sImpl = sName.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
+    sKey = sName.substr(0, first) + (second == std::string::npos ? "" : sName.substr(second));
+    return true;
+}
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.error_occurred) continue;
+            const bool isMean = run.run_type == Run::RT_Aggregate && run.aggregate_name == "mean";
+            if (run.run_type == Run::RT_Aggregate && !isMean) continue;
+            std::string name = run.run_name.function_name;
+            if (!run.run_name.args.empty()) name += "/" + run.run_name.args;
+            if (!run.run_name.threads.empty()) name += "/" + run.run_name.threads;
+            std::string sKey, sImpl;
+            if (!splitName(name, sKey, sImpl)) continue;
+            const double ns = run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            m_rows[sKey].nsByImpl[sImpl] = ns;
+        }
+    }
+
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        std::printf("\n%-40s %12s %12s %-10s %8s  %s\n", "case", "zor", "peer", "peer-name", "ratio", "target");
+        const char* mdPath = std::getenv("ZOR_BENCH_MARKDOWN");
+        FILE* md = mdPath != nullptr ? std::fopen(mdPath, "a") : nullptr;
+        for (const auto& [sKey, row] : m_rows) printRow(sKey, row, md);
+        if (md != nullptr) std::fclose(md);
+    }
+
+private:
+    static void printRow(const std::string& sKey, const Row& row, FILE* md) {
+        const auto zor = row.nsByImpl.find("zor");
+        if (zor == row.nsByImpl.end()) return;
+        for (const auto& [sImpl, ns] : row.nsByImpl) {
+            if (sImpl == "zor") continue;
+            const double ratio = ns / zor->second;
+            std::string goal = "-";
+            const char* verdict = "";
+            const std::string sCase = sKey.substr(0, sKey.find('/'));
+            const auto target = targets().find(sCase);
+            if (target != targets().end()) {
+                goal = target->second.sGoal;
+                verdict = ratio >= target->second.dMinRatio ? "met" : "MISSED";
+            }
+            std::printf("%-40s %12s %12s %-10s %8.3f  %s %s\n", sKey.c_str(), describeTime(zor->second).c_str(),
+                        describeTime(ns).c_str(), sImpl.c_str(), ratio, goal.c_str(), verdict);
+            if (md != nullptr) {
+                std::fprintf(md, "| %s | %s | %s (%s) | %.3f | %s | %s |\n", sKey.c_str(),
+                             describeTime(zor->second).c_str(), describeTime(ns).c_str(), sImpl.c_str(), ratio,
+                             goal.c_str(), verdict);
+            }
+        }
+    }
+
+    std::map<std::string, Row> m_rows;
+};
+
+}  // namespace
+
+namespace zor_bench {
+
+bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal) {
+    targets()[sCase] = Target{dMinRatio, sGoal};
+    return true;
+}
+
+}  // namespace zor_bench
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

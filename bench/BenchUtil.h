@@ -1,0 +1,25 @@
+// BenchUtil.h
+//
+// Conventions shared by the benchmark programs. A benchmark is named "<case>/<impl>[/args]", where impl
+// is "zor" for the library and the peer's name otherwise ("std", "spdlog", "poco", "openssl", ...). The
+// shared main prints, after the usual report, one row per case: zor's time, the peer's time and the ratio
+// peer/zor (above 1 means zor is faster). ZOR_BENCH_TARGET records the ratio a case must reach.
+#ifndef ZOR_BENCH_BENCHUTIL_H_
+#define ZOR_BENCH_BENCHUTIL_H_
+
+#include <string>
+
+namespace zor_bench {
+
+// Registers the lowest acceptable peer/zor ratio of a case and the wording of the goal.
+bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal);
+
+}  // namespace zor_bench
+
+#define ZOR_BENCH_CONCAT_(a, b) a##b
+#define ZOR_BENCH_CONCAT(a, b) ZOR_BENCH_CONCAT_(a, b)
+#define ZOR_BENCH_TARGET(caseName, minRatio, goal)                                          \
+    static const bool ZOR_BENCH_CONCAT(zorBenchTarget_, __LINE__) [[maybe_unused]] = \
+        zor_bench::RegisterTarget(caseName, minRatio, goal)
+
+#endif  // ZOR_BENCH_BENCHUTIL_H_

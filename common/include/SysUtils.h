@@ -1,0 +1,67 @@
+// SysUtils.h
+//
+// Static wrappers of operating-system services: sleeping, processor count, scheduling-priority ranges and
+// the mapping of the library's five priority levels onto them, dynamic library loading, file-type tests
+// and turning the process into a daemon. The class has no state; call the static operations directly.
+// Everything may be called from any thread. Only the file tests throw (an empty path).
+//
+//   zor::SysUtils::DelayMseconds(100);
+//   int osPriority = zor::SysUtils::MapPriority(zor::PRIO_HIGH, SCHED_FIFO);  // 74 for the range 1-99
+#ifndef ZOR_SYSUTILS_H_
+#define ZOR_SYSUTILS_H_
+
+#include <string>
+
+#include "BaseTypes.h"
+
+namespace zor {
+
+class SysUtils {
+public:
+    SysUtils() {}
+    ~SysUtils() {}
+
+    // sched_get_priority_min/max of a POSIX policy.
+    static ZR_Int32 GetOSMinPriority(ZR_Int32 policy);
+    static ZR_Int32 GetOSMaxPriority(ZR_Int32 policy);
+    // Library level (PRIO_LOWEST 0, PRIO_LOW 1, PRIO_NORMAL 2, PRIO_HIGHEST 3, PRIO_HIGH 4) to an
+    // operating-system priority of `policy`: min, min + range/4, min + range/2, max, min + 3*range/4.
+    // Unknown levels map like PRIO_NORMAL. Under SCHED_OTHER every level maps to 0.
+    static ZR_Int32 MapPriority(ZR_Int32 priority, ZR_Int32 policy);
+    // The reverse mapping. Any policy other than 0 reads back as PRIO_HIGHEST (3) whatever the priority.
+    static ZR_Int32 ReverseMapPriority(ZR_Int32 osPriority, ZR_Int32 policy);
+
+    // Number of online processors.
+    static ZR_Int32 GetCPUNumber();
+    // 1 when index is negative or not below GetCPUNumber(), else 0.
+    static ZR_Int32 InvalidCPU(ZR_Int32 index);
+
+    // Sleep for the given time and return 0. A signal does not cut the sleep short: the remaining time is
+    // slept. DelayUseconds returns -1 at once for more than 999999 microseconds.
+    static ZR_Int32 DelaySeconds(ZR_Int32 s);
+    static ZR_Int32 DelayMseconds(ZR_Int32 ms);
+    static ZR_Int32 DelayUseconds(ZR_Int32 us);
+
+    // dlopen(path, RTLD_LAZY); null on failure. GetSymbol is dlsym (null if absent); FreeLibrary dlclose.
+    static ZR_DLLHD LoadLibrary(const std::string& path);
+    static ZR_PVOID GetSymbol(ZR_DLLHD handle, const std::string& name);
+    static void FreeLibrary(ZR_DLLHD handle);
+
+    // Forks (retrying a failed fork at once until one succeeds). The parent ends with exit status 0
+    // through _exit(), so buffered output is written once, by the child; the child starts a new session
+    // and returns 0. Working directory, umask and open descriptors are left as they were.
+    static ZR_INT ForkDaemon();
+
+    // File tests. An empty path throws std::runtime_error("File path must not be empty!!"); a path that
+    // does not exist gives 0. IsLinkFile uses lstat, the others stat. IsHiddenFile looks at the text only:
+    // it is 1 when the first character of the whole string is '.', except for "." and ".." (so
+    // "dir/.name" is not hidden by this test).
+    static ZR_BOOL IsLinkFile(const std::string& path);
+    static ZR_BOOL IsDeviceFile(const std::string& path);
+    static ZR_BOOL IsDirectoryFile(const std::string& path);
+    static ZR_BOOL IsHiddenFile(const std::string& path);
+};
+
+}  // namespace zor
+
+#endif  // ZOR_SYSUTILS_H_

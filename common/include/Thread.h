@@ -1,0 +1,146 @@
+// Thread.h
+//
+// OSThread, the base of every thread in the library and of a service's own long-lived workers. Derive,
+// implement Entry() and let it loop while IsStop() is 0; Start() runs it on a new POSIX thread. Stopping
+// is cooperative: Stop() raises the flag and detaches, StopAndWait() raises it and joins. Stack size and
+// CPU binding are applied at the next Start(); policy and priority reach the system only when set on a
+// running thread. Current() tells a thread which OSThread object it belongs to.
+//
+//   class Ticker : public zor::OSThread {
+//       void Entry() override { while (!IsStop()) { tick(); zor::SysUtils::DelayMseconds(100); } }
+//   public:
+//       ~Ticker() override { StopAndWait(); }   // stop before the members Entry() uses go away
+//   };
+//
+// Start(), Stop(), StopAndWait() and the setters belong to one controlling thread. Failures of thread
+// creation, attribute changes, joins and scheduling changes throw std::runtime_error; refused changes
+// (while running, an invalid CPU, an unchanged value) return 0.
+#ifndef ZOR_THREAD_H_
+#define ZOR_THREAD_H_
+
+#include <pthread.h>
+
+#include <atomic>
+#include <string>
+
+#include "BaseTypes.h"
+
+namespace zor {
+
+enum __PRIORITY {
+    PRIO_LOWEST = 0,
+    PRIO_LOW = 1,
+    PRIO_NORMAL = 2,
+    PRIO_HIGHEST = 3,  // the numbers are not in rising order: the mapping follows the names
+    PRIO_HIGH = 4,
+    DEFAULT_PRIO = 2,
+};
+
+// Equal to SCHED_OTHER, SCHED_FIFO and SCHED_RR; passed to the system unchanged.
+enum __POLICY {
+    POLICY_OTHER = 0,
+    POLICY_FIFO = 1,
+    POLICY_RR = 2,
+    DEFAULT_POLICY = 0,
+};
+
+enum __STACKSIZE {
+    STACK_MIN = 16384,
+    STACK_NORMAL = 2097152,
+    STACK_MAX = 16777216,
+    DEFAULT_STACKSIZE = 2097152,
+};
+
+typedef pthread_t STTid;
+typedef pthread_attr_t STAttr;
+typedef pthread_key_t STKey;
+
+class OSThread {
+public:
+    // Defaults: stack 2 MiB, policy 0, priority 2, no CPU binding, system contention scope.
+    // Throws "Set default stack size failed" or "Set thread scope failed".
+    OSThread();
+    // Never waits: a still-running thread is only stopped and detached. A subclass whose Entry() uses its
+    // own members must call StopAndWait() in its own destructor.
+    virtual ~OSThread();
+    OSThread(const OSThread&) = delete;
+    OSThread& operator=(const OSThread&) = delete;
+
+    // Starts the thread unless it is already running (then nothing happens). Throws "Create thread failed".
+    void Start();
+    // Raises the stop flag and detaches the thread; does not wait for Entry() to return.
+    void Stop();
+    // Raises the stop flag and joins the thread.
+    void StopAndWait();
+    // Joins a running thread without raising the stop flag; returns at once when not running.
+    // Throws "Cannot join the thread".
+    void Join();
+
+    // 1 from Start() until Stop()/StopAndWait(), also after Entry() returned on its own.
+    ZR_BOOL IsRunning() const { return m_bStop.load() == 0 ? 1 : 0; }
+    // The cooperative stop request that Entry() polls.
+    ZR_BOOL IsStop() const { return m_bStop.load(); }
+
+    // Refused (0) while running; otherwise applied to the attributes of the next Start() and 1.
+    // SetStackSize throws "Set stack size failed", SetCPUIndex "Bind the thread to specified CPU failed".
+    ZR_BOOL SetStackSize(ZR_Int32 iSize);
+    ZR_BOOL SetCPUIndex(ZR_Int32 iIndex);
+    // 0 for an unchanged value. A new value is stored; on a running thread it is applied at once (with
+    // SysUtils::MapPriority) and 1 is returned, otherwise 0. Throws "Set thread schedule policy failed".
+    ZR_BOOL SetPolicy(ZR_Int32 iPolicy);
+    ZR_BOOL SetPriority(ZR_Int32 iPriority);
+    // A label only; refused (0) while running.
+    ZR_BOOL SetThreadName(const std::string& sName);
+
+    ZR_Int32 GetStackSize() const { return m_iStackSize; }
+    ZR_Int32 GetCPUIndex() const { return m_iCPUIndex; }
+    ZR_Int32 GetPolicy() const { return m_iPolicy; }
+    ZR_Int32 GetPriority() const { return m_iPriority; }
+    const std::string& GetThreadName() const { return m_sName; }
+    // The thread's id while running, all ones otherwise.
+    STTid GetTid() const;
+
+    // pthread_self() of the caller.
+    static STTid CurrentTid();
+    // The OSThread object of the calling thread; null in a thread no OSThread started (main, foreign).
+    static OSThread* Current();
+    // The name of Current(). In a thread that no OSThread started it returns an empty name.
+    static const std::string& CurrentName();
+
+protected:
+    // The thread's body. Runs on the new thread; loop while IsStop() is 0.
+    virtual void Entry() = 0;
+
+private:
+    // Holds, in each thread started by an OSThread, a pointer to that object.
+    class ThreadHolder {
+    public:
+        ThreadHolder();  // throws "Create thread key failed"
+        ~ThreadHolder();
+        void* Get();
+        void Set(void* pData);
+
+    private:
+        STKey m_key;
+    };
+
+    static void* __Running(void* arg);
+    void applySchedule(ZR_Int32 iPolicy, ZR_Int32 iPriority);
+
+    // Written by the controlling thread, read by the thread itself without a lock.
+    std::atomic<ZR_BOOL> m_bRunning;
+    std::atomic<ZR_BOOL> m_bStop;
+    ZR_Int32 m_iStackSize;
+    ZR_Int32 m_iPolicy;
+    ZR_Int32 m_iPriority;
+    ZR_Int32 m_iCPUIndex;
+    STTid m_threadID;
+    STAttr m_threadAttr;
+    std::string m_sName;
+
+    static ThreadHolder m_holder;
+};
+
+}  // namespace zor
+
+#endif  // ZOR_THREAD_H_

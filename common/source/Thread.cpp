@@ -1,0 +1,147 @@
+#include "Thread.h"
+
+#include <sched.h>
+
+#include <stdexcept>
+
+#include "SysUtils.h"
+
+namespace zor {
+
+// Created when the library is loaded, so that Current() works in every thread an OSThread starts.
+OSThread::ThreadHolder OSThread::m_holder;
+
+OSThread::ThreadHolder::ThreadHolder() {
+    if (pthread_key_create(&m_key, nullptr) != 0) throw std::runtime_error("Create thread key failed");
+}
+
+OSThread::ThreadHolder::~ThreadHolder() { pthread_key_delete(m_key); }
+
+void* OSThread::ThreadHolder::Get() { return pthread_getspecific(m_key); }
+
+void OSThread::ThreadHolder::Set(void* pData) { pthread_setspecific(m_key, pData); }
+
+OSThread::OSThread()
+    : m_bRunning(0),
+      m_bStop(1),
+      m_iStackSize(STACK_NORMAL),
+      m_iPolicy(DEFAULT_POLICY),
+      m_iPriority(DEFAULT_PRIO),
+      m_iCPUIndex(-1),
+      m_threadID(),
+      m_threadAttr() {
+    pthread_attr_init(&m_threadAttr);
+    if (pthread_attr_setstacksize(&m_threadAttr, STACK_NORMAL) != 0) {
+        pthread_attr_destroy(&m_threadAttr);
+        throw std::runtime_error("Set default stack size failed");
+    }
+    if (pthread_attr_setscope(&m_threadAttr, PTHREAD_SCOPE_SYSTEM) != 0) {
+        pthread_attr_destroy(&m_threadAttr);
+        throw std::runtime_error("Set thread scope failed");
+    }
+}
+
+OSThread::~OSThread() {
+    pthread_attr_destroy(&m_threadAttr);
+    if (IsRunning()) Stop();
+}
+
+void* OSThread::__Running(void* arg) {
+    m_holder.Set(arg);
+    static_cast<OSThread*>(arg)->Entry();
+    return nullptr;  // the same as pthread_exit(nullptr); nothing is reset here
+}
+
+void OSThread::Start() {
+    if (m_bRunning) return;
+    m_bStop = 0;
+    if (pthread_create(&m_threadID, &m_threadAttr, &OSThread::__Running, this) != 0) {
+        m_bStop = 1;
+        throw std::runtime_error("Create thread failed");
+    }
+    m_bRunning = 1;
+}
+
+void OSThread::Stop() {
+    if (!m_bRunning) return;
+    m_bStop = 1;
+    pthread_detach(m_threadID);
+    m_bRunning = 0;
+}
+
+void OSThread::StopAndWait() {
+    if (!m_bRunning) return;
+    m_bStop = 1;
+    Join();
+    m_bRunning = 0;
+}
+
+void OSThread::Join() {
+    if (!m_bRunning) return;
+    if (pthread_join(m_threadID, nullptr) != 0) throw std::runtime_error("Cannot join the thread");
+}
+
+ZR_BOOL OSThread::SetStackSize(ZR_Int32 iSize) {
+    if (m_bRunning) return 0;
+    if (pthread_attr_setstacksize(&m_threadAttr, static_cast<size_t>(iSize)) != 0) {
+        throw std::runtime_error("Set stack size failed");
+    }
+    m_iStackSize = iSize;
+    return 1;
+}
+
+ZR_BOOL OSThread::SetCPUIndex(ZR_Int32 iIndex) {
+    if (SysUtils::InvalidCPU(iIndex) || m_bRunning) return 0;
+    cpu_set_t cpus;  // 1024 bits
+    CPU_ZERO(&cpus);
+    CPU_SET(iIndex, &cpus);
+    if (pthread_attr_setaffinity_np(&m_threadAttr, sizeof(cpus), &cpus) != 0) {
+        throw std::runtime_error("Bind the thread to specified CPU failed");
+    }
+    m_iCPUIndex = iIndex;
+    return 1;
+}
+
+void OSThread::applySchedule(ZR_Int32 iPolicy, ZR_Int32 iPriority) {
+    sched_param param{};
+    param.sched_priority = SysUtils::MapPriority(iPriority, iPolicy);
+    if (pthread_setschedparam(m_threadID, iPolicy, &param) != 0) {
+        throw std::runtime_error("Set thread schedule policy failed");
+    }
+}
+
+ZR_BOOL OSThread::SetPolicy(ZR_Int32 iPolicy) {
+    if (iPolicy == m_iPolicy) return 0;
+    m_iPolicy = iPolicy;
+    if (!m_bRunning) return 0;  // kept for later, but not applied to a thread that does not run
+    applySchedule(iPolicy, m_iPriority);
+    return 1;
+}
+
+ZR_BOOL OSThread::SetPriority(ZR_Int32 iPriority) {
+    if (iPriority == m_iPriority) return 0;
+    m_iPriority = iPriority;
+    if (!m_bRunning) return 0;
+    applySchedule(m_iPolicy, iPriority);
+    return 1;
+}
+
+ZR_BOOL OSThread::SetThreadName(const std::string& sName) {
+    if (m_bRunning) return 0;
+    if (sName != m_sName) m_sName = sName;
+    return 1;
+}
+
+STTid OSThread::GetTid() const { return m_bRunning ? m_threadID : static_cast<STTid>(-1); }
+
+STTid OSThread::CurrentTid() { return pthread_self(); }
+
+OSThread* OSThread::Current() { return static_cast<OSThread*>(m_holder.Get()); }
+
+const std::string& OSThread::CurrentName() {
+    static const std::string noName;
+    const OSThread* self = Current();
+    return self != nullptr ? self->GetThreadName() : noName;
+}
+
+}  // namespace zor

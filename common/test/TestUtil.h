@@ -1,0 +1,90 @@
+// TestUtil.h
+//
+// Helpers shared by the test programs: the message of a thrown runtime error, a scratch directory that a
+// test works in, and the number of open descriptors of the process (for leak checks).
+#ifndef ZOR_TEST_TESTUTIL_H_
+#define ZOR_TEST_TESTUTIL_H_
+
+#include <dirent.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+namespace zortest {
+
+// The what() of the std::runtime_error that fn throws, or "" when it throws nothing.
+template <typename Fn>
+std::string thrownMessage(Fn fn) {
+    try {
+        fn();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "";
+}
+
+// Number of descriptors the process has open right now.
+inline int openDescriptorCount() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        while (readdir(dir) != nullptr) ++count;
+        closedir(dir);
+        count -= 3;  // ".", ".." and the descriptor of the listing itself
+    }
+    return count;
+}
+
+// A fresh directory under /tmp, removed with everything in it when the object goes.
+class ScratchDir {
+public:
+    ScratchDir() {
+        char templ[] = "/tmp/zortest.XXXXXX";
+        if (mkdtemp(templ) == nullptr) throw std::runtime_error("cannot make a scratch directory");
+        m_path = templ;
+    }
+    ~ScratchDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+    const std::string& Path() const { return m_path; }
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// Runs the scope with the working directory changed to `dir`, restoring it afterwards.
+class WorkDir {
+public:
+    explicit WorkDir(const std::string& dir) {
+        char buffer[4096];
+        m_previous = getcwd(buffer, sizeof buffer) != nullptr ? buffer : "/";
+        if (chdir(dir.c_str()) != 0) throw std::runtime_error("cannot enter " + dir);
+    }
+    ~WorkDir() { (void)!chdir(m_previous.c_str()); }
+    WorkDir(const WorkDir&) = delete;
+    WorkDir& operator=(const WorkDir&) = delete;
+
+private:
+    std::string m_previous;
+};
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+inline void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+}  // namespace zortest
+
+#endif  // ZOR_TEST_TESTUTIL_H_
