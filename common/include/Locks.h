@@ -13,6 +13,8 @@
 
 #include <pthread.h>
 
+#include <cerrno>
+
 #include "BaseTypes.h"
 
 namespace zor {
@@ -28,17 +30,32 @@ public:
     Mutex& operator=(const Mutex&) = delete;
 
     // Blocks until the calling thread holds the mutex. Throws "Cannot lock mutex, error = N".
-    void Lock();
+    void Lock() {
+        const int iError = pthread_mutex_lock(&m_mutex);
+        if (iError != 0) throwLockError(iError);
+    }
     // Throws "Cannot unlock mutex, error = N", for example when the caller does not hold it.
-    void Unlock();
+    void Unlock() {
+        const int iError = pthread_mutex_unlock(&m_mutex);
+        if (iError != 0) throwUnlockError(iError);
+    }
     // One attempt without blocking: 1 when taken, 0 when busy. Other errors throw as Lock().
-    ZR_BOOL TryLock();
+    ZR_BOOL TryLock() {
+        const int iError = pthread_mutex_trylock(&m_mutex);
+        if (iError == 0) return 1;
+        if (iError != EBUSY) throwLockError(iError);  // busy is an answer, not a failure
+        return 0;
+    }
     // Polls every 5 ms until taken (1) or until mseconds have been spent (0). The timeout is granular to
     // 5 ms and no attempt is made after the last sleep: TryLock(0) on a busy mutex makes one attempt,
     // sleeps 5 ms and returns 0; TryLock(12) tries at 0, 5 and 10 ms and returns after about 15 ms.
     ZR_BOOL TryLock(ZR_LONG mseconds);
 
 private:
+    // Lock and unlock sit on every hot path, so they are inline; only the rare throw is out of line.
+    [[noreturn]] static void throwLockError(int iError);
+    [[noreturn]] static void throwUnlockError(int iError);
+
     pthread_mutex_t m_mutex;
 };
 
@@ -66,8 +83,9 @@ private:
 // constructor; an unlock failure in the destructor terminates the process (destructors never throw).
 class ScopedLock {
 public:
-    explicit ScopedLock(Mutex& m);
-    ~ScopedLock();
+    explicit ScopedLock(Mutex& m) : m_mutex(m) { m_mutex.Lock(); }
+    // noexcept destructor: an unlock failure here ends the process by design.
+    ~ScopedLock() { m_mutex.Unlock(); }
     ScopedLock(const ScopedLock&) = delete;
     ScopedLock& operator=(const ScopedLock&) = delete;
 

@@ -3,6 +3,7 @@
 #include <sys/select.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "PosixUtil.h"
 
@@ -42,15 +43,14 @@ Mutex::Mutex(ZR_BOOL bFast) {
 
 Mutex::~Mutex() { pthread_mutex_destroy(&m_mutex); }
 
-void Mutex::Lock() { detail::throwOnError(pthread_mutex_lock(&m_mutex), "Cannot lock mutex, error = "); }
-
-void Mutex::Unlock() { detail::throwOnError(pthread_mutex_unlock(&m_mutex), "Cannot unlock mutex, error = "); }
-
-ZR_BOOL Mutex::TryLock() {
-    const int iError = pthread_mutex_trylock(&m_mutex);
-    if (iError == EBUSY) return 0;  // busy is an answer, not a failure
+void Mutex::throwLockError(int iError) {
     detail::throwOnError(iError, "Cannot lock mutex, error = ");
-    return 1;
+    std::abort();  // not reached: iError is never 0 here
+}
+
+void Mutex::throwUnlockError(int iError) {
+    detail::throwOnError(iError, "Cannot unlock mutex, error = ");
+    std::abort();
 }
 
 ZR_BOOL Mutex::TryLock(ZR_LONG mseconds) {
@@ -92,10 +92,5 @@ ZR_BOOL RWLock::TryWriteLock() {
     detail::throwOnError(iError, "Cannot try write lock RW lock, error = ");
     return 1;
 }
-
-ScopedLock::ScopedLock(Mutex& m) : m_mutex(m) { m_mutex.Lock(); }
-
-// noexcept destructor: an unlock failure here ends the process by design.
-ScopedLock::~ScopedLock() { m_mutex.Unlock(); }
 
 }  // namespace zor

@@ -1,0 +1,120 @@
+#include "Locks.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+#include "TestUtil.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long elapsedMs(Clock::time_point since) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
+}
+
+// Runs fn on another thread and returns its result; TryLock from a second thread sees ownership.
+template <typename Fn>
+auto onOtherThread(Fn fn) {
+    return std::async(std::launch::async, fn).get();
+}
+
+TEST(MutexKind, ZeroMakesRecursiveAndNonZeroMakesNormal) {
+    zor::Mutex recursive(0);
+    recursive.Lock();
+    EXPECT_EQ(1, recursive.TryLock());  // the owner may lock again
+    recursive.Unlock();
+    EXPECT_EQ(0, onOtherThread([&] { return recursive.TryLock(); }));  // still held once
+    recursive.Unlock();
+    EXPECT_EQ(1, onOtherThread([&] {
+                  const ZR_BOOL taken = recursive.TryLock();
+                  if (taken) recursive.Unlock();
+                  return taken;
+              }));
+
+    zor::Mutex normal(1);
+    normal.Lock();
+    EXPECT_EQ(0, normal.TryLock());  // a normal mutex is busy even for its owner
+    normal.Unlock();
+}
+
+TEST(MutexErrors, UnlockingAMutexNotHeldThrowsWithTheErrorNumber) {
+    zor::Mutex recursive(0);
+    EXPECT_EQ("Cannot unlock mutex, error = 1", zortest::thrownMessage([&] { recursive.Unlock(); }));
+}
+
+TEST(MutexTimedTry, PollsInFiveMillisecondStepsAndGivesUp) {
+    zor::Mutex mutex(0);
+    std::promise<void> held, release;
+    std::thread owner([&] {
+        mutex.Lock();
+        held.set_value();
+        release.get_future().wait();
+        mutex.Unlock();
+    });
+    held.get_future().wait();
+
+    auto start = Clock::now();
+    EXPECT_EQ(0, mutex.TryLock(0));  // one attempt and one 5 ms pause
+    EXPECT_GE(elapsedMs(start), 4);
+    start = Clock::now();
+    EXPECT_EQ(0, mutex.TryLock(12));  // attempts at 0, 5 and 10 ms, three pauses
+    EXPECT_GE(elapsedMs(start), 14);
+    EXPECT_LT(elapsedMs(start), 5000);
+
+    release.set_value();
+    EXPECT_EQ(1, mutex.TryLock(10000));  // taken as soon as the owner lets go
+    mutex.Unlock();
+    owner.join();
+}
+
+TEST(ScopedLockRelease, LeavingTheScopeByAnExceptionUnlocks) {
+    zor::Mutex mutex(0);
+    try {
+        zor::ScopedLock hold(mutex);
+        throw std::runtime_error("leave");
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_EQ(1, onOtherThread([&] {
+                  const ZR_BOOL taken = mutex.TryLock();
+                  if (taken) mutex.Unlock();
+                  return taken;
+              }));
+}
+
+TEST(RWLockSharing, ReadersShareAndExcludeWriters) {
+    zor::RWLock lock;
+    lock.ReadLock();
+    EXPECT_EQ(1, onOtherThread([&] {
+                  const ZR_BOOL taken = lock.TryReadLock();
+                  if (taken) lock.Unlock();
+                  return taken;
+              }));
+    EXPECT_EQ(0, onOtherThread([&] { return lock.TryWriteLock(); }));
+    lock.Unlock();
+    EXPECT_EQ(1, lock.TryWriteLock());
+    EXPECT_EQ(0, onOtherThread([&] { return lock.TryReadLock(); }));
+    lock.Unlock();
+}
+
+TEST(MutexContention, CountsStayExactUnderFourThreads) {
+    zor::Mutex mutex(0);
+    long counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                zor::ScopedLock hold(mutex);
+                ++counter;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(80000, counter);
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#include "Semaphore.h"
+
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+#include <chrono>
+#include <thread>
+
+#include "TestUtil.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long elapsedMs(Clock::time_point since) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
+}
+
+TEST(SemaphoreCeiling, SignalPastTheCeilingThrowsAndKeepsTheCount) {
+    zor::Semaphore sem(1);
+    sem.Signal();
+    EXPECT_EQ("Signal exhausted", zortest::thrownMessage([&] { sem.Signal(); }));
+    EXPECT_EQ(1, sem.Count());
+    EXPECT_EQ(1, sem.Max());
+    EXPECT_EQ(1, sem.Wait(0));  // still usable after the throw
+    EXPECT_EQ(0, sem.Count());
+}
+
+TEST(SemaphoreTimedWait, ZeroAndNegativeWaitsOnlyTakeUnitsAlreadyThere) {
+    zor::Semaphore sem(4096);
+    EXPECT_EQ(0, sem.Wait(0));
+    EXPECT_EQ(0, sem.Wait(-250));
+    sem.Signal();
+    sem.Signal();
+    EXPECT_EQ(1, sem.Wait(0));
+    EXPECT_EQ(1, sem.Count());
+}
+
+TEST(SemaphoreTimedWait, DeadlineCarriesIntoTheNextSecond) {
+    zor::Semaphore sem(1);
+    // Start late in a second so that microseconds plus the 700 ms wait overflow the nanosecond field.
+    timeval now{};
+    do {
+        gettimeofday(&now, nullptr);
+    } while (now.tv_usec < 600000);
+    const auto start = Clock::now();
+    EXPECT_EQ(0, sem.Wait(700));
+    EXPECT_GE(elapsedMs(start), 690);
+    EXPECT_LT(elapsedMs(start), 10000);
+}
+
+TEST(SemaphoreHandOver, EveryUnitSignalledIsTakenExactlyOnce) {
+    zor::Semaphore items(4096);
+    constexpr int UNITS = 20000;
+    int taken = 0;
+    std::thread consumer([&] {
+        while (taken < UNITS && items.Wait(10000) == 1) ++taken;
+    });
+    for (int i = 0; i < UNITS; ++i) {
+        while (items.Count() >= items.Max()) std::this_thread::yield();
+        items.Signal();
+    }
+    consumer.join();
+    EXPECT_EQ(UNITS, taken);
+    EXPECT_EQ(0, items.Count());
+}
+
+TEST(SemaphoreHandOver, BlockingWaitWakesOnSignal) {
+    zor::Semaphore sem(1);
+    std::thread waiter([&] { sem.Wait(); });
+    sem.Signal();
+    waiter.join();
+    EXPECT_EQ(0, sem.Count());
+}
+
+}  // namespace

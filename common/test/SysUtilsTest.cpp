@@ -1,0 +1,128 @@
+#include "SysUtils.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "TestUtil.h"
+
+namespace {
+
+using zor::SysUtils;
+using Clock = std::chrono::steady_clock;
+
+long elapsedMs(Clock::time_point since) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
+}
+
+TEST(SysUtilsPriority, LevelsFollowTheirNamesUnderRealTimePolicies) {
+    ASSERT_EQ(1, SysUtils::GetOSMinPriority(SCHED_FIFO));
+    ASSERT_EQ(99, SysUtils::GetOSMaxPriority(SCHED_FIFO));
+    EXPECT_EQ(1, SysUtils::MapPriority(0, SCHED_FIFO));
+    EXPECT_EQ(25, SysUtils::MapPriority(1, SCHED_FIFO));
+    EXPECT_EQ(50, SysUtils::MapPriority(2, SCHED_FIFO));
+    EXPECT_EQ(99, SysUtils::MapPriority(3, SCHED_FIFO));
+    EXPECT_EQ(74, SysUtils::MapPriority(4, SCHED_FIFO));
+    EXPECT_EQ(50, SysUtils::MapPriority(17, SCHED_RR));  // unknown levels map like normal
+    for (int level = 0; level <= 4; ++level) EXPECT_EQ(0, SysUtils::MapPriority(level, SCHED_OTHER));
+
+    EXPECT_EQ(3, SysUtils::ReverseMapPriority(10, SCHED_FIFO));  // every real-time priority reads back as 3
+    EXPECT_EQ(3, SysUtils::ReverseMapPriority(1, SCHED_RR));
+    EXPECT_EQ(0, SysUtils::ReverseMapPriority(0, SCHED_OTHER));
+}
+
+TEST(SysUtilsCpu, ValidIndicesAreZeroToCountMinusOne) {
+    const int cpus = SysUtils::GetCPUNumber();
+    ASSERT_GE(cpus, 1);
+    EXPECT_EQ(0, SysUtils::InvalidCPU(0));
+    EXPECT_EQ(0, SysUtils::InvalidCPU(cpus - 1));
+    EXPECT_EQ(1, SysUtils::InvalidCPU(cpus));
+    EXPECT_EQ(1, SysUtils::InvalidCPU(-1));
+}
+
+void onSignal(int) {}
+
+TEST(SysUtilsDelay, SleepsTheWholeTimeEvenWhenSignalsArrive) {
+    EXPECT_EQ(-1, SysUtils::DelayUseconds(1000000));
+    struct sigaction action {};
+    action.sa_handler = onSignal;  // no SA_RESTART: poll and select return EINTR
+    struct sigaction previous {};
+    sigaction(SIGUSR1, &action, &previous);
+    const pthread_t sleeper = pthread_self();
+    std::thread interrupter([sleeper] {
+        for (int i = 0; i < 5; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            pthread_kill(sleeper, SIGUSR1);
+        }
+    });
+    auto start = Clock::now();
+    EXPECT_EQ(0, SysUtils::DelayMseconds(300));
+    EXPECT_GE(elapsedMs(start), 295);
+    start = Clock::now();
+    EXPECT_EQ(0, SysUtils::DelayUseconds(200000));
+    EXPECT_GE(elapsedMs(start), 195);
+    interrupter.join();
+    sigaction(SIGUSR1, &previous, nullptr);
+}
+
+TEST(SysUtilsFiles, TypeTestsLookAtTheRightObject) {
+    zortest::ScratchDir dir;
+    zortest::writeFile(dir / "file", "x");
+    ASSERT_EQ(0, symlink((dir / "file").c_str(), (dir / "link").c_str()));
+    EXPECT_EQ(1, SysUtils::IsLinkFile(dir / "link"));
+    EXPECT_EQ(0, SysUtils::IsLinkFile(dir / "file"));
+    EXPECT_EQ(1, SysUtils::IsDirectoryFile(dir.Path()));
+    EXPECT_EQ(0, SysUtils::IsDirectoryFile(dir / "link"));
+    EXPECT_EQ(1, SysUtils::IsDeviceFile("/dev/null"));
+    EXPECT_EQ(0, SysUtils::IsDeviceFile(dir / "missing"));
+    for (auto test : {SysUtils::IsLinkFile, SysUtils::IsDeviceFile, SysUtils::IsDirectoryFile,
+                      SysUtils::IsHiddenFile}) {
+        EXPECT_EQ("File path must not be empty!!", zortest::thrownMessage([&] { test(""); }));
+    }
+    EXPECT_EQ(0, SysUtils::IsHiddenFile("."));
+    EXPECT_EQ(0, SysUtils::IsHiddenFile(".."));
+    EXPECT_EQ(1, SysUtils::IsHiddenFile(".profile"));
+    EXPECT_EQ(0, SysUtils::IsHiddenFile("dir/.name"));  // only the first character of the whole text counts
+}
+
+TEST(SysUtilsLibrary, LoadsFindsAndFreesASharedLibrary) {
+    EXPECT_EQ(nullptr, SysUtils::LoadLibrary("/nonexistent/libnothing.so"));
+    ZR_DLLHD libm = SysUtils::LoadLibrary("libm.so.6");
+    ASSERT_NE(nullptr, libm);
+    auto cosine = reinterpret_cast<double (*)(double)>(SysUtils::GetSymbol(libm, "cos"));
+    ASSERT_NE(nullptr, cosine);
+    EXPECT_DOUBLE_EQ(1.0, cosine(0.0));
+    EXPECT_EQ(nullptr, SysUtils::GetSymbol(libm, "no_such_symbol_here"));
+    SysUtils::FreeLibrary(libm);
+}
+
+TEST(SysUtilsDaemon, ParentExitsWithZeroAndChildLeadsANewSession) {
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        close(fds[0]);
+        SysUtils::ForkDaemon();  // the child of this process exits here; the grandchild continues
+        const pid_t ids[2] = {getpid(), getsid(0)};
+        (void)!write(fds[1], ids, sizeof ids);
+        _exit(0);
+    }
+    close(fds[1]);
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    pid_t ids[2] = {0, 0};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof ids), read(fds[0], ids, sizeof ids));
+    close(fds[0]);
+    EXPECT_NE(child, ids[0]);
+    EXPECT_EQ(ids[0], ids[1]);  // the daemon is the leader of its own session
+}
+
+}  // namespace
