@@ -1,7 +1,7 @@
 // PosixUtil.h (internal, never installed)
 //
-// Small helpers shared by the library's sources: the base name of the current source file for log lines,
-// the thrower that turns a pthread error number into the library's runtime error, and a descriptor guard.
+// Small helpers shared by the library's sources: the thrower that turns a pthread error number into
+// the library's runtime error, and a descriptor guard.
 #ifndef ZOR_POSIXUTIL_H_
 #define ZOR_POSIXUTIL_H_
 
@@ -13,15 +13,6 @@
 
 namespace zor {
 namespace detail {
-
-// The part of a path after its last '/', evaluated at compile time for __FILE__.
-constexpr const char* baseName(const char* pszPath) {
-    const char* pszBase = pszPath;
-    for (const char* p = pszPath; *p != '\0'; ++p) {
-        if (*p == '/') pszBase = p + 1;
-    }
-    return pszBase;
-}
 
 // Throws std::runtime_error(prefix + error number) when iError is not 0 (pthread calls return the number).
 inline void throwOnError(int iError, const char* pszPrefix) {
@@ -54,8 +45,5 @@ private:
 
 }  // namespace detail
 }  // namespace zor
-
-// The source file's base name with its extension ("Logger.cpp"), as every log line carries it.
-#define ZOR_FILE_NAME (::zor::detail::baseName(__FILE__))
 
 #endif  // ZOR_POSIXUTIL_H_

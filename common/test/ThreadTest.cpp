@@ -72,13 +72,14 @@ TEST(OSThreadLifecycle, DoubleStartMakesOneThreadAndRestartAfterStopWorks) {
     probe.StopAndWait();
     EXPECT_EQ(1, probe.entries.load());
 
+    probe.finished = false;
     probe.Start();
     ASSERT_TRUE(probe.WaitEntered());
     probe.Stop();  // detached: Join() has nothing to wait for
     EXPECT_EQ(1, probe.IsStop());
     probe.Join();
     EXPECT_EQ(2, probe.entries.load());
-    zor::SysUtils::DelayMseconds(20);  // let the detached loop notice the flag before the probe goes
+    while (!probe.finished) zor::SysUtils::DelayMseconds(1);  // the detached loop ends before the probe goes
 }
 
 TEST(OSThreadCurrent, IsNullOutsideThreadsWeStarted) {
