@@ -1,0 +1,248 @@
+#include "Action.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Logger.h"
+#include "SysUtils.h"
+#include "TestUtil.h"
+
+namespace {
+
+using zor::Action;
+using zor::ActionMgr;
+
+// One action's callback data: where it records its runs (several actions may share a log) and how many
+// times it reschedules itself.
+struct Recorder {
+    std::vector<std::string>* runs = nullptr;
+    int rescheduleLeft = 0;
+    bool useHead = false;
+    Action* self = nullptr;
+};
+
+int record(void* data) {
+    auto* r = static_cast<Recorder*>(data);
+    r->runs->push_back(r->self->Name());
+    if (r->rescheduleLeft > 0) {
+        --r->rescheduleLeft;
+        if (r->useHead) {
+            ActionMgr::Instance()->ScheduleHead(r->self);
+        } else {
+            ActionMgr::Instance()->Schedule(r->self);
+        }
+    }
+    return 0;
+}
+
+// Tests drive the polls by hand: the manager's own thread is stopped first.
+class ActionMgrTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        zor::Logger::Instance()->Initialize("Test", m_dir / "action.log", 64, 1000000, 5, 0, 1);
+        m_mgr = ActionMgr::Instance();
+        m_mgr->StopAndWait();
+    }
+    void TearDown() override {
+        for (auto& a : m_owned) m_mgr->DeleteAction(a.get());  // ours, not the manager's, to delete
+        ActionMgr::DestroyInstance();
+        zor::Logger::DestroyInstance();
+    }
+
+    // An action recording into `runs`, rescheduling itself `again` times.
+    Action* make(const std::string& name, std::vector<std::string>& runs, int again = 0, bool head = false) {
+        m_owned.emplace_back(new Action(name));
+        m_recorders.emplace_back(new Recorder{&runs, again, head, m_owned.back().get()});
+        m_owned.back()->SetProcessor(record, m_recorders.back().get());
+        return m_owned.back().get();
+    }
+    void polls(int n) {
+        for (int i = 0; i < n; ++i) m_mgr->Poll();
+    }
+    std::string logText() { return zortest::readFile(m_dir / "action.log"); }
+
+    zortest::ScratchDir m_dir;
+    ActionMgr* m_mgr = nullptr;
+    std::vector<std::unique_ptr<Action>> m_owned;
+    std::vector<std::unique_ptr<Recorder>> m_recorders;
+};
+
+TEST_F(ActionMgrTest, DelaysCountTicksFromNowAndEqualTicksRunNewestFirst) {
+    std::vector<std::string> runs;
+    Action* quick = make("quick", runs);
+    m_mgr->NewAction(quick, 50);  // under one tick: next poll
+    EXPECT_EQ(Action::STATE_SCHEDULED, quick->GetState());
+    polls(1);
+    EXPECT_EQ(1U, runs.size());
+    EXPECT_EQ(Action::STATE_NOTSCHEDULED, quick->GetState());
+
+    polls(9);  // the tick is now 10
+    runs.clear();
+    Action* older = make("older", runs);
+    m_mgr->NewAction(older, 300);               // due at tick 13
+    m_mgr->NewAction(make("newer", runs), 399);  // 3 ticks as well: the same due tick, scheduled later
+    m_mgr->NewAction(make("sooner", runs), 250);  // due at tick 12
+    EXPECT_EQ(Action::STATE_WAITING, older->GetState());
+    polls(2);  // ticks 10 and 11
+    EXPECT_TRUE(runs.empty());
+    polls(1);  // tick 12
+    polls(1);  // tick 13
+    EXPECT_EQ((std::vector<std::string>{"sooner", "newer", "older"}), runs);
+}
+
+TEST_F(ActionMgrTest, SelfRescheduleRunsOncePerPollButHeadRunsAgainInTheSamePoll) {
+    std::vector<std::string> tail, head;
+    m_mgr->Schedule(make("tail", tail, 5));
+    m_mgr->Schedule(make("head", head, 2, true));
+    polls(1);
+    EXPECT_EQ(1U, tail.size());
+    EXPECT_EQ(3U, head.size());  // itself plus two ScheduleHead reruns
+    polls(2);
+    EXPECT_EQ(3U, tail.size());
+}
+
+TEST_F(ActionMgrTest, SchedulingTwiceOrAfterDeleteChangesNothing) {
+    std::vector<std::string> runs;
+    Action* a = make("a", runs);
+    m_mgr->Schedule(a);
+    m_mgr->Schedule(a);
+    m_mgr->ScheduleHead(a);
+    polls(2);
+    EXPECT_EQ(1U, runs.size());
+    EXPECT_EQ(-1, m_mgr->ModActionTime(a, 100));  // not waiting
+    m_mgr->NewAction(a, 500);
+    m_mgr->DeleteAction(a);
+    EXPECT_EQ(Action::STATE_TOBEDELETED, a->GetState());
+    m_mgr->Schedule(a);
+    polls(10);
+    EXPECT_EQ(1U, runs.size());
+    EXPECT_EQ(-1, m_mgr->ModActionTime(a, 100));
+}
+
+TEST_F(ActionMgrTest, ModActionTimeCountsFromNow) {
+    std::vector<std::string> runs;
+    Action* a = make("a", runs);
+    m_mgr->NewAction(a, 300);  // due at tick 3
+    polls(2);
+    EXPECT_EQ(0, m_mgr->ModActionTime(a, 300));  // now due at tick 5
+    polls(3);
+    EXPECT_TRUE(runs.empty());
+    polls(1);
+    EXPECT_EQ(1U, runs.size());
+    EXPECT_NE(std::string::npos, logText().find("Warn:  Re-schedule waiting actor a"));
+}
+
+TEST_F(ActionMgrTest, MisuseIsLoggedWithItsFixedLines) {
+    std::vector<std::string> runs;
+    m_mgr->DeleteAction(make("never", runs));
+    EXPECT_NE(std::string::npos,
+              logText().find("(Action.cpp:DeleteAction:288) Warn:  Wrong actor never state 3, cannot be deleted"));
+    EXPECT_NE(std::string::npos,
+              logText().find("(Action.cpp:DeleteAction:297) Warn:  The actor is not existed: actor state = 5"));
+    Action* invalid = make("invalid", runs);
+    invalid->SetState(Action::STATE_UNKNOWN);
+    m_mgr->Schedule(invalid);
+    EXPECT_NE(std::string::npos, logText().find("Error: Schedule an invalid actor invalid"));
+}
+
+TEST_F(ActionMgrTest, CorruptedActiveActionFailsThePollButLeavesTheManagerUsable) {
+    std::vector<std::string> runs;
+    Action* a = make("bad", runs);
+    m_mgr->Schedule(a);
+    a->SetState(Action::STATE_NOTSCHEDULED);  // misuse: the manager still holds it
+    EXPECT_EQ("Cannot unlock mutex, error = 1", zortest::thrownMessage([&] { m_mgr->Poll(); }));
+    EXPECT_NE(std::string::npos, logText().find("Error: Active list: actor bad state corrupted"));
+    Action* later = make("later", runs);
+    std::thread other([&] { m_mgr->Schedule(later); });  // the lock was given back
+    other.join();
+    polls(1);
+    EXPECT_EQ((std::vector<std::string>{"later"}), runs);
+}
+
+TEST_F(ActionMgrTest, QueuedActionsAreDeletedOnceByTheManager) {
+    auto* twice = new Action("twice");
+    m_mgr->NewAction(twice, 500);
+    m_mgr->NewAction(twice, 900);  // a second pending entry for the same action
+    m_mgr->Schedule(new Action("active"));
+    // TearDown destroys the manager: AddressSanitizer reports a leak or a double delete here.
+}
+
+TEST(ActionMgrThread, RunsDueActionsOnItsOwnTick) {
+    zortest::ScratchDir dir;
+    zor::Logger::Instance()->Initialize("Test", dir / "thread.log", 64, 1000000, 5, 0, 1);
+    std::atomic<int> runs{0};
+    Action a("tick");
+    a.SetProcessor([](void* d) { ++*static_cast<std::atomic<int>*>(d); return 0; }, &runs);
+    ActionMgr::Instance()->NewAction(&a, 200);
+    for (int i = 0; i < 1000 && runs == 0; ++i) zor::SysUtils::DelayMseconds(10);
+    EXPECT_EQ(1, runs.load());
+    ActionMgr::DestroyInstance();
+    zor::Logger::DestroyInstance();
+}
+
+// Eight threads schedule, re-time and delete while the manager polls every 10 ms and callbacks
+// reschedule themselves: every action runs, and none is freed while its callback runs.
+TEST(ActionMgrLoad, EightThreadsScheduleRetimeAndDeleteTenThousandActions) {
+    zortest::ScratchDir dir;
+    zor::Logger::Instance()->Initialize("Test", dir / "load.log", 64, 1000000, 5, 0, 1);
+    ActionMgr* mgr = ActionMgr::Instance();
+    mgr->StopAndWait();
+    mgr->SetResolution(10);
+    mgr->Start();
+
+    struct Slot {
+        std::atomic<int> runs{0};
+        std::atomic<int> rescheduleLeft{2};
+        Action* action = nullptr;
+    };
+    constexpr int THREADS = 8, PER_THREAD = 1250;
+    std::vector<Slot> slots(THREADS * PER_THREAD);
+    auto callback = [](void* d) {
+        auto* slot = static_cast<Slot*>(d);
+        ++slot->runs;
+        if (slot->rescheduleLeft.fetch_sub(1) > 0) ActionMgr::Instance()->Schedule(slot->action);
+        return 0;
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 rng(t);
+            for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
+                slots[i].action = new Action("load" + std::to_string(i));
+                slots[i].action->SetProcessor(callback, &slots[i]);
+                mgr->NewAction(slots[i].action, rng() % 200);
+                if (i % 3 == 0) mgr->ModActionTime(slots[i].action, rng() % 100);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    threads.clear();
+    auto allRan = [&] {
+        for (const Slot& slot : slots) {
+            if (slot.runs == 0) return false;
+        }
+        return true;
+    };
+    for (int i = 0; i < 6000 && !allRan(); ++i) zor::SysUtils::DelayMseconds(10);
+    EXPECT_TRUE(allRan());
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
+                mgr->NewAction(slots[i].action, 0);  // some are still running or rescheduling
+                mgr->DeleteAction(slots[i].action);
+                delete slots[i].action;  // waits for a callback that is running
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    ActionMgr::DestroyInstance();
+    zor::Logger::DestroyInstance();
+}
+
+}  // namespace

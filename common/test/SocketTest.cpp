@@ -1,0 +1,386 @@
+// Tests of the socket classes (Socket, TCPSocket, UDPSocket, TCPServer, MulticastSocket) against each
+// other on loopback. Every blocking step is preceded by a bounded wait, so a fault fails instead of hanging.
+#include "Socket.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ErrorCode.h"
+#include "MulticastSocket.h"
+#include "TCPServer.h"
+#include "TCPSocket.h"
+#include "TestUtil.h"
+#include "UDPSocket.h"
+
+using zor::SockAddress;
+using zortest::openDescriptorCount;
+using zortest::thrownMessage;
+
+namespace {
+
+constexpr ZR_Uint32 WAIT_US = 10 * 1000 * 1000;  // generous: loopback answers in microseconds
+
+bool isOpen(int iFd) { return fcntl(iFd, F_GETFD) != -1; }
+
+const ZR_BYTE* bytes(const std::string& s) { return reinterpret_cast<const ZR_BYTE*>(s.data()); }
+
+// Binds and listens, connects the client and accepts it; the server's peer report lands in `peer`.
+std::unique_ptr<zor::TCPSocket> connectPair(zor::TCPServer& server, zor::TCPSocket& client,
+                                            const SockAddress& at, SockAddress& peer) {
+    EXPECT_EQ(0, server.Bind(at));
+    EXPECT_EQ(0, server.Listen(16));
+    EXPECT_EQ(0, client.Connect(server.LocalAddress()));
+    EXPECT_EQ(1, server.SelectForRead(WAIT_US));
+    return std::unique_ptr<zor::TCPSocket>(server.Accept(peer));
+}
+
+// Reads exactly uCount bytes, or what arrived before a wait ran out or the stream ended.
+std::string receive(zor::Socket& sock, size_t uCount) {
+    std::string sData;
+    ZR_BYTE buf[4096];
+    while (sData.size() < uCount && sock.SelectForRead(WAIT_US) == 1) {
+        const size_t uWanted = std::min(sizeof buf, uCount - sData.size());
+        const ZR_INT iRead = sock.RecvBytes(buf, static_cast<ZR_Uint32>(uWanted));
+        if (iRead <= 0) break;
+        sData.append(reinterpret_cast<char*>(buf), iRead);
+    }
+    return sData;
+}
+
+// Sends a line and expects it echoed back through the peer.
+void expectEcho(zor::Socket& from, zor::Socket& to) {
+    const std::string sLine = "ping over loopback";
+    ASSERT_EQ(static_cast<ZR_INT>(sLine.size()), from.SendBytes(bytes(sLine), sLine.size()));
+    ASSERT_EQ(sLine, receive(to, sLine.size()));
+    ASSERT_EQ(static_cast<ZR_INT>(sLine.size()), to.SendBytes(bytes(sLine), sLine.size()));
+    EXPECT_EQ(sLine, receive(from, sLine.size()));
+}
+
+}  // namespace
+
+TEST(SocketConstruct, WrongTypesThrowTheirMessagesAndLeakNothing) {
+    const int iBefore = openDescriptorCount();
+    EXPECT_EQ("create socket failed!", thrownMessage([] { zor::TCPSocket s(0); }));
+    EXPECT_EQ("create socket failed!", thrownMessage([] { zor::UDPSocket s(1); }));
+    EXPECT_EQ("invalid socket type!", thrownMessage([] { zor::TCPServer s(1); }));
+    zor::UDPSocket udp(0);
+    zor::TCPSocket tcp(1);
+    EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::TCPSocket s(udp); }));
+    EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::UDPSocket s(tcp); }));
+    // The failed copies gave their share back: the survivors are still the only holders.
+    const int iUdp = udp.Descriptor();
+    { zor::UDPSocket last(udp); }
+    EXPECT_TRUE(isOpen(iUdp));
+    EXPECT_EQ(iBefore + 2, openDescriptorCount());
+}
+
+TEST(SocketSharing, TheLastHolderClosesInEveryOrder) {
+    const int iBefore = openDescriptorCount();
+    {
+        zor::TCPSocket a(1);
+        const int iFd = a.Descriptor();
+        {
+            zor::TCPSocket b(a);
+            zor::TCPSocket c(4);
+            c = b;  // c's own descriptor had no other holder
+            zor::TCPSocket& alias = c;
+            c = alias;  // a self-assignment must neither close nor free
+            b = a;  // a copy of the same descriptor
+        }
+        EXPECT_TRUE(isOpen(iFd));
+        zor::TCPSocket other(1);
+        other = a;
+        EXPECT_EQ(iBefore + 1, openDescriptorCount());
+
+        zor::TCPSocket copy(a);
+        a.Close();
+        EXPECT_FALSE(a.IsValid());
+        EXPECT_TRUE(copy.IsValid());
+        EXPECT_EQ(iFd, copy.Descriptor());
+        EXPECT_FALSE(isOpen(iFd));
+    }
+    EXPECT_EQ(iBefore, openDescriptorCount());
+}
+
+TEST(SocketSharing, CopiesMadeAndDroppedOnManyThreadsKeepOneDescriptor) {
+    const int iBefore = openDescriptorCount();
+    int iFd = -1;
+    {
+        zor::UDPSocket origin(0);
+        iFd = origin.Descriptor();
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([&origin] {
+                for (int i = 0; i < 2000; ++i) {
+                    zor::UDPSocket copy(origin);
+                    zor::UDPSocket second(copy);
+                }
+            });
+        }
+        for (std::thread& t : threads) t.join();
+        EXPECT_TRUE(isOpen(iFd));
+    }
+    EXPECT_FALSE(isOpen(iFd));
+    EXPECT_EQ(iBefore, openDescriptorCount());
+}
+
+TEST(SocketSharing, ACopyOfAClosedSocketOpensAnIPv4DescriptorOfItsOwn) {
+    const int iBefore = openDescriptorCount();
+    {
+        zor::TCPSocket closed(4);
+        closed.Close();
+        zor::TCPSocket reopened(static_cast<const zor::Socket&>(closed));
+        ASSERT_TRUE(reopened.IsValid());
+        EXPECT_EQ(4u, reopened.Type());
+        int iDomain = 0;
+        socklen_t uLen = sizeof iDomain;
+        getsockopt(reopened.Descriptor(), SOL_SOCKET, SO_DOMAIN, &iDomain, &uLen);
+        EXPECT_EQ(AF_INET, iDomain);
+    }  // the new descriptor goes with its holder even though `closed` outlived it
+    EXPECT_EQ(iBefore, openDescriptorCount());
+}
+
+TEST(SocketOptions, WithoutADescriptorOptionsFailAndAddressesAreTheDefault) {
+    zor::TCPSocket sock(1);
+    sock.Close();
+    errno = 0;
+    EXPECT_EQ(0xFFFFFFFFu, sock.GetSendBuffSize());
+    EXPECT_EQ(0, sock.GetReuseAddress());
+    EXPECT_EQ(-1, sock.SetReusePort(1));
+    EXPECT_EQ(0, errno);  // refused before any system call
+    EXPECT_EQ(-1, sock.SetBlocking(0));
+    EXPECT_EQ(-1, sock.Available());
+    EXPECT_EQ("0.0.0.0:0", sock.LocalAddress().ToString());
+    EXPECT_EQ("0.0.0.0:0", sock.PeerAddress().ToString());
+    EXPECT_EQ(-1, sock.SelectForWrite(0));
+}
+
+TEST(SocketOptions, SettingsReadBack) {
+    zor::TCPSocket tcp(1);
+    EXPECT_EQ(0, tcp.SetReuseAddress(7));
+    EXPECT_EQ(1, tcp.GetReuseAddress());
+    EXPECT_EQ(0, tcp.SetReusePort(1));
+    EXPECT_EQ(1, tcp.GetReusePort());
+    EXPECT_EQ(0, tcp.SetRecvBuffSize(65536));
+    EXPECT_GE(tcp.GetRecvBuffSize(), 65536u);
+    EXPECT_EQ(0, tcp.SetBlocking(0));
+    EXPECT_EQ(0, tcp.GetBlocking());
+    EXPECT_TRUE(fcntl(tcp.Descriptor(), F_GETFL) & O_NONBLOCK);
+    EXPECT_EQ(0, tcp.SetLinger(1, 7));
+    ZR_BOOL bOn = 0;
+    ZR_Uint32 uSeconds = 0;
+    EXPECT_EQ(0, tcp.GetLinger(bOn, uSeconds));
+    EXPECT_EQ(1, bOn);
+    EXPECT_EQ(7u, uSeconds);
+    EXPECT_EQ(0, tcp.SetNoDelay(1));
+    EXPECT_EQ(1, tcp.GetNoDelay());
+    EXPECT_EQ(0, tcp.SetKeepAlive(1));
+    EXPECT_EQ(1, tcp.GetKeepAlive());
+    zor::UDPSocket udp(0);
+    EXPECT_EQ(0, udp.SetBroadcast(1));
+    EXPECT_EQ(1, udp.GetBroadcast());
+}
+
+TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
+    zor::TCPServer server(2);
+    zor::TCPSocket client(1);
+    SockAddress peer;
+    std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress("127.0.0.1", 0), peer);
+    ASSERT_NE(nullptr, conn);
+    EXPECT_EQ(1u, conn->Type());
+    EXPECT_EQ(client.LocalAddress(), peer);
+    EXPECT_EQ(client.LocalAddress(), conn->PeerAddress());
+    EXPECT_EQ(conn->LocalAddress(), client.PeerAddress());
+    EXPECT_EQ(server.LocalAddress(), client.PeerAddress());
+    expectEcho(client, *conn);
+
+    EXPECT_EQ(1, client.SelectForWrite(WAIT_US));
+    EXPECT_EQ(1, client.SendUrgent('!'));
+    client.Close();
+    EXPECT_EQ("", receive(*conn, 1));  // end of stream; the urgent byte is out of band
+}
+
+TEST(TCPLoopback, EchoOverUnixDomainAcceptsATypeOneSocket) {
+    zortest::ScratchDir dir;
+    const int iBefore = openDescriptorCount();
+    {
+        zor::TCPServer server(5);
+        zor::TCPSocket client(4);
+        SockAddress peer;
+        std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress(dir / "srv"), peer);
+        ASSERT_NE(nullptr, conn);
+        EXPECT_EQ(1u, conn->Type());
+        EXPECT_EQ(zor::AF_UN, peer.Family());
+        EXPECT_EQ(dir / "srv", client.PeerAddress().ToString());
+        EXPECT_EQ(dir / "srv", conn->LocalAddress().ToString());
+        expectEcho(*conn, client);
+    }
+    EXPECT_EQ(iBefore, openDescriptorCount());
+}
+
+TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
+    zor::TCPServer unixServer(5);
+    errno = 0;
+    EXPECT_EQ(-1, unixServer.Bind(SockAddress("127.0.0.1", 0)));
+    EXPECT_EQ(0, errno);  // refused without calling bind()
+    zor::TCPServer inetServer(2);
+    EXPECT_EQ(-1, inetServer.Bind(SockAddress(std::string("/nonexistent/dir/x"))));
+    EXPECT_NE(0, errno);  // this one reached bind()
+
+    ZR_BYTE buf[4] = {};
+    EXPECT_EQ(zor::E_UNSUPPORT, inetServer.Connect(SockAddress()));
+    EXPECT_EQ(zor::E_UNSUPPORT, inetServer.RecvBytes(buf, 4));
+    EXPECT_EQ(zor::E_UNSUPPORT, inetServer.SendBytes(buf, 4));
+    EXPECT_EQ(zor::E_UNSUPPORT, inetServer.SendBytes(buf, 4, SockAddress()));
+    zor::TCPSocket tcp(1);
+    EXPECT_EQ(zor::E_UNSUPPORT, tcp.SendBytes(buf, 4, SockAddress()));
+    EXPECT_EQ(0, inetServer.SetBlocking(0));
+    SockAddress untouched("10.9.8.7", 6);
+    EXPECT_EQ(nullptr, inetServer.Accept(untouched));  // not listening
+    EXPECT_EQ("10.9.8.7:6", untouched.ToString());
+}
+
+TEST(SocketWait, PollAndSelectWaitsReportReadiness) {
+    zor::UDPSocket receiver(0);
+    zor::UDPSocket idle(0);
+    zor::UDPSocket sender(0);
+    ASSERT_EQ(0, receiver.Bind(SockAddress("127.0.0.1", 0)));
+    ASSERT_EQ(0, idle.Bind(SockAddress("127.0.0.1", 0)));
+    EXPECT_EQ(0, receiver.SelectForRead(999));  // under a millisecond: a bare check
+    zor::SockList readList{&idle, &receiver};
+    zor::SockList writeList, exceptList;
+    EXPECT_EQ(0, zor::Socket::SelectList(readList, writeList, exceptList, 1000));
+    EXPECT_EQ(2u, readList.size());  // a timeout leaves the lists alone
+
+    ASSERT_EQ(1, sender.SendBytes(bytes("x"), 1, receiver.LocalAddress()));
+    ZR_BOOL r = 7, w = 8, e = 9;
+    EXPECT_EQ(1, receiver.Select(WAIT_US, r, w, e));
+    EXPECT_EQ(7 + 8 + 9, r + w + e);
+    EXPECT_TRUE(receiver.Pollfd().revents & POLLIN);
+    EXPECT_EQ(1, receiver.Available());
+    EXPECT_EQ(1, receiver.SelectForWrite(WAIT_US));
+    EXPECT_EQ(0, receiver.SelectForError(1000));
+    EXPECT_EQ(1, zor::Socket::SelectList(readList, writeList, exceptList, WAIT_US));
+    ASSERT_EQ(1u, readList.size());
+    EXPECT_EQ(&receiver, readList[0]);
+    zor::SockList none;
+    EXPECT_EQ(0, zor::Socket::SelectList(none, writeList, exceptList, 1000));
+}
+
+TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
+    zor::UDPSocket gone(0);
+    ASSERT_EQ(0, gone.Bind(SockAddress("127.0.0.1", 0)));
+    const SockAddress deadEnd = gone.LocalAddress();
+    gone.Close();
+    zor::UDPSocket sock(0);
+    ASSERT_EQ(0, sock.Connect(deadEnd));
+    ASSERT_EQ(1, sock.SendBytes(bytes("x"), 1));  // answered by "port unreachable"
+    ASSERT_EQ(1, sock.SelectForRead(WAIT_US));
+    ASSERT_TRUE(sock.Pollfd().revents & POLLERR);
+    ASSERT_EQ(0, shutdown(sock.Descriptor(), SHUT_RD));  // makes it readable as well
+    zor::SockList readList{&sock}, writeList, exceptList;
+    EXPECT_EQ(1, zor::Socket::SelectList(readList, writeList, exceptList, WAIT_US));
+    EXPECT_EQ(1u, readList.size());
+    ASSERT_EQ(1u, exceptList.size());
+    EXPECT_EQ(&sock, exceptList[0]);
+}
+
+TEST(UDPLoopback, RepliesGoToTheLastSender) {
+    zor::UDPSocket server(0);
+    ASSERT_EQ(0, server.Bind(SockAddress("127.0.0.1", 0)));
+    EXPECT_EQ("0.0.0.0:0", server.PeerAddress().ToString());
+    zor::UDPSocket first(0);
+    zor::UDPSocket second(0);
+    ASSERT_EQ(0, first.Bind(SockAddress("127.0.0.1", 0)));  // an unbound sender would report 0.0.0.0
+    ASSERT_EQ(0, second.Connect(server.LocalAddress()));
+    EXPECT_EQ(server.LocalAddress(), second.PeerAddress());
+    for (zor::UDPSocket* client : {&first, &second}) {
+        ASSERT_EQ(5, client->SendBytes(bytes("hello"), 5, server.LocalAddress()));
+        ASSERT_EQ("hello", receive(server, 5));
+        EXPECT_EQ(client->LocalAddress(), server.PeerAddress());
+        ASSERT_EQ(3, server.SendBytes(bytes("ack"), 3));
+        EXPECT_EQ("ack", receive(*client, 3));
+    }
+}
+
+TEST(UDPLoopback, UnixDatagramsReplyByPathAndBindSwitchesTheType) {
+    zortest::ScratchDir dir;
+    zor::UDPSocket inet(0);
+    EXPECT_EQ(-1, inet.Bind(SockAddress(dir / "wrong")));
+    EXPECT_EQ(3u, inet.Type());  // switched although the IPv4 socket cannot take the path
+
+    zor::UDPSocket a(3);
+    zor::UDPSocket b(3);
+    ASSERT_EQ(0, a.Bind(SockAddress(dir / "a")));
+    ASSERT_EQ(0, b.Bind(SockAddress(dir / "b")));
+    ASSERT_EQ(4, a.SendBytes(bytes("ping"), 4, SockAddress(dir / "b")));
+    ASSERT_EQ("ping", receive(b, 4));
+    EXPECT_EQ(dir / "a", b.PeerAddress().ToString());
+    ASSERT_EQ(4, b.SendBytes(bytes("pong"), 4));
+    EXPECT_EQ("pong", receive(a, 4));
+    EXPECT_EQ(dir / "b", a.PeerAddress().ToString());
+}
+
+TEST(MulticastOptions, SettingsReadBackAndBadTextIsRefused) {
+    zor::MulticastSocket mc;
+    EXPECT_EQ(0u, mc.Type());
+    EXPECT_EQ(0, mc.SetMulticastTTL(9));
+    EXPECT_EQ(9, mc.GetMulticastTTL());
+    EXPECT_EQ(0, mc.SetMulticastLoop(0));
+    EXPECT_EQ(0, mc.GetMulticastLoop());
+    EXPECT_EQ(0, mc.SetMulticastLoop(1));
+    EXPECT_EQ(1, mc.GetMulticastLoop());
+    EXPECT_EQ(-1, mc.SetMulticastIF("not an address"));
+    EXPECT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
+    EXPECT_EQ("127.0.0.1", mc.GetMulticastIF());
+    EXPECT_EQ("", mc.GetMulticastAddr());  // Linux does not answer the leave-group query
+}
+
+TEST(MulticastLoopback, AJoinedGroupHearsItsOwnDatagrams) {
+    const std::string sGroup = "239.255.42.99";
+    zor::MulticastSocket mc;
+    ASSERT_EQ(0, mc.SetReuseAddress(1));
+    ASSERT_EQ(0, mc.Bind(SockAddress("0.0.0.0", 0)));
+    if (mc.Join2MCGroup(sGroup, "127.0.0.1") != 0) {
+        GTEST_SKIP() << "this machine refuses multicast on 127.0.0.1 (errno " << mc.LastError() << ")";
+    }
+    ASSERT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
+    ASSERT_EQ(0, mc.SetMulticastLoop(1));
+    const SockAddress group(sGroup, mc.LocalAddress().Port());
+    if (mc.SendBytes(bytes("hi"), 2, group) != 2) {
+        GTEST_SKIP() << "this machine cannot send to a group on 127.0.0.1 (errno " << mc.LastError() << ")";
+    }
+    if (mc.SelectForRead(2 * 1000 * 1000) != 1) GTEST_SKIP() << "loopback does not deliver multicast here";
+    EXPECT_EQ("hi", receive(mc, 2));
+    EXPECT_EQ(mc.LocalAddress().Port(), mc.PeerAddress().Port());
+}
+
+TEST(TCPLoad, TenThousandAcceptCloseCyclesLeaveNoDescriptorBehind) {
+    zortest::ScratchDir dir;
+    const int iBefore = openDescriptorCount();
+    {
+        zor::TCPServer server(5);
+        ASSERT_EQ(0, server.Bind(SockAddress(dir / "load")));
+        ASSERT_EQ(0, server.Listen(64));
+        const SockAddress at = server.LocalAddress();
+        SockAddress peer;
+        for (int i = 0; i < 10000; ++i) {
+            zor::TCPSocket client(4);
+            ASSERT_EQ(0, client.Connect(at)) << "cycle " << i;
+            ASSERT_EQ(1, server.SelectForRead(WAIT_US)) << "cycle " << i;
+            std::unique_ptr<zor::TCPSocket> conn(server.Accept(peer));
+            ASSERT_NE(nullptr, conn) << "cycle " << i;
+            if (i % 2 == 0) conn.reset();  // alternate which end closes first
+        }
+    }
+    EXPECT_EQ(iBefore, openDescriptorCount());
+}
