@@ -13,8 +13,11 @@
 
 namespace {
 
+// A case is met when peer/zor reaches dMinRatio or, for a case without a peer, zor's time stays at or
+// below dMaxNs.
 struct Target {
     double dMinRatio;
+    double dMaxNs;
     std::string sGoal;
 };
 
@@ -80,6 +83,7 @@ private:
     static void printRow(const std::string& sKey, const Row& row, FILE* md) {
         const auto zor = row.nsByImpl.find("zor");
         if (zor == row.nsByImpl.end()) return;
+        if (row.nsByImpl.size() == 1) printAlone(sKey, zor->second, md);
         for (const auto& [sImpl, ns] : row.nsByImpl) {
             if (sImpl == "zor") continue;
             const double ratio = ns / zor->second;
@@ -101,6 +105,22 @@ private:
         }
     }
 
+    static void printAlone(const std::string& sKey, double ns, FILE* md) {
+        std::string goal = "-";
+        const char* verdict = "";
+        const auto target = targets().find(sKey.substr(0, sKey.find('/')));
+        if (target != targets().end() && target->second.dMaxNs > 0) {
+            goal = target->second.sGoal;
+            verdict = ns <= target->second.dMaxNs ? "met" : "MISSED";
+        }
+        std::printf("%-40s %12s %12s %-10s %8s  %s %s\n", sKey.c_str(), describeTime(ns).c_str(), "-", "-", "-",
+                    goal.c_str(), verdict);
+        if (md != nullptr) {
+            std::fprintf(md, "| %s | %s | - | - | %s | %s |\n", sKey.c_str(), describeTime(ns).c_str(), goal.c_str(),
+                         verdict);
+        }
+    }
+
     std::map<std::string, Row> m_rows;
 };
 
@@ -109,7 +129,12 @@ private:
 namespace zor_bench {
 
 bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal) {
-    targets()[sCase] = Target{dMinRatio, sGoal};
+    targets()[sCase] = Target{dMinRatio, 0, sGoal};
+    return true;
+}
+
+bool RegisterLimit(const std::string& sCase, double dMaxNs, const std::string& sGoal) {
+    targets()[sCase] = Target{0, dMaxNs, sGoal};
     return true;
 }
 

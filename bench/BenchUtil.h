@@ -13,6 +13,8 @@ namespace zor_bench {
 
 // Registers the lowest acceptable peer/zor ratio of a case and the wording of the goal.
 bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal);
+// Registers the longest acceptable zor time of a case that has no peer, in nanoseconds.
+bool RegisterLimit(const std::string& sCase, double dMaxNs, const std::string& sGoal);
 
 }  // namespace zor_bench
 
@@ -21,5 +23,9 @@ bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::strin
 #define ZOR_BENCH_TARGET(caseName, minRatio, goal)                                          \
     static const bool ZOR_BENCH_CONCAT(zorBenchTarget_, __LINE__) [[maybe_unused]] = \
         zor_bench::RegisterTarget(caseName, minRatio, goal)
+
+#define ZOR_BENCH_LIMIT(caseName, maxNs, goal)                                              \
+    static const bool ZOR_BENCH_CONCAT(zorBenchLimit_, __LINE__) [[maybe_unused]] = \
+        zor_bench::RegisterLimit(caseName, maxNs, goal)
 
 #endif  // ZOR_BENCH_BENCHUTIL_H_
