@@ -344,6 +344,11 @@ void Logger::touchFilePath(const std::string& path) {
 ZR_Uint32 Logger::getFileLineCount(const std::string& path) {
     FILE* in = std::fopen(path.c_str(), "r");
     if (in == nullptr) return NO_LIMIT;  // counts the first line to 0
+    struct stat info {};
+    if (fstat(fileno(in), &info) != 0 || !S_ISREG(info.st_mode)) {
+        std::fclose(in);  // a device or a pipe has no lines to count, and /dev/zero-like ones never end
+        return 0;
+    }
     ZR_Uint32 lines = 0;
     char buffer[65536];
     char last = '\n';

@@ -1,0 +1,176 @@
+// Faults from outside: a full disk, no descriptors left, signals interrupting waits, peers that reset.
+// Each test checks the specified outcome and that nothing else is lost or leaked.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "File.h"
+#include "Logger.h"
+#include "Semaphore.h"
+#include "SysUtils.h"
+#include "TCPServer.h"
+#include "TCPSocket.h"
+#include "TestUtil.h"
+
+namespace {
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(zortest::readFile(path));
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// A character device that behaves like /dev/full, made inside the scratch directory so that renaming it
+// never touches the real /dev. Empty when the process may not make device nodes.
+std::string makeFullDevice(const zortest::ScratchDir& dir, const std::string& name) {
+    const std::string path = dir / name;
+    return mknod(path.c_str(), S_IFCHR | 0666, makedev(1, 7)) == 0 ? path : "";
+}
+
+TEST(FaultDiskFull, LoggerDropsLinesWhileTheDiskIsFullAndWritesAgainAfterSeparation) {
+    zortest::ScratchDir dir;
+    const std::string path = makeFullDevice(dir, "full.log");
+    if (path.empty()) GTEST_SKIP() << "cannot make a full-device node here (needs root)";
+    zor::Logger::Instance()->Initialize("Full", path, 1, 10, 0, 0, 1);
+    for (int n = 1; n <= 15; ++n) ZOR_LOG_INFO("n %d", n);  // lines 1-10 are lost, then the file is separated
+    zor::Logger::DestroyInstance();
+    const auto lines = linesOf(path);
+    ASSERT_EQ(5U, lines.size());
+    EXPECT_NE(std::string::npos, lines.front().find("Info:  n 11"));
+    EXPECT_TRUE(zor::SysUtils::IsDeviceFile(path + "_1"));  // the full device became the first backup
+}
+
+// Runs checks in a child process whose descriptor table is full; returns its exit status.
+template <typename Fn>
+int inChildWithoutDescriptors(Fn checks) {
+    const pid_t child = fork();
+    if (child == 0) {
+        rlimit limit{64, 64};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        std::vector<int> spare;
+        for (int fd; (fd = dup(0)) >= 0;) spare.push_back(fd);
+        _exit(checks(spare));
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100;
+}
+
+TEST(FaultNoDescriptors, EveryOpenFailsAsSpecifiedAndWorksAgainOnceDescriptorsAreFree) {
+    zortest::ScratchDir dir;
+    const std::string logPath = dir / "fd.log";
+    const std::string filePath = dir / "data";
+    const int status = inChildWithoutDescriptors([&](std::vector<int>& spare) {
+        if (zortest::thrownMessage([] { zor::TCPSocket socket(1); }) != "create socket failed!") return 1;
+        zor::PrimeFile prime(filePath);
+        zor::StreamFile stream(filePath);
+        if (prime.Open(zor::File::OpenModeWrite) != -1 || stream.Open(zor::File::OpenModeWrite) != -1) return 2;
+        const std::string error =
+            zortest::thrownMessage([&] { zor::Logger::Instance()->Initialize("Fd", logPath, 1, 100, 0, 0, 1); });
+        if (error != "open logger file failed!!") return 3;
+        for (int fd : spare) close(fd);
+        zor::TCPSocket socket(1);
+        if (prime.Open(zor::File::OpenModeWrite) != 0 || stream.Open(zor::File::OpenModeRead) != 0) return 4;
+        zor::Logger::Instance()->Initialize("Fd", logPath, 1, 100, 0, 0, 1);  // not initialised before
+        ZOR_LOG_INFO("back");
+        zor::Logger::DestroyInstance();
+        return linesOf(logPath).size() == 1 ? 0 : 5;
+    });
+    EXPECT_EQ(0, status);
+}
+
+void onSignal(int) {}
+
+// Sends SIGUSR1 to `target` every few milliseconds until stopped.
+class SignalStorm {
+public:
+    explicit SignalStorm(pthread_t target) {
+        struct sigaction action {};
+        action.sa_handler = onSignal;  // no SA_RESTART: interrupted calls return EINTR
+        sigaction(SIGUSR1, &action, &m_previous);
+        m_thread = std::thread([this, target] {
+            while (!m_stop) {
+                pthread_kill(target, SIGUSR1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(3));
+            }
+        });
+    }
+    ~SignalStorm() {
+        m_stop = true;
+        m_thread.join();
+        sigaction(SIGUSR1, &m_previous, nullptr);
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+    struct sigaction m_previous {};
+};
+
+TEST(FaultSignals, WaitsSurviveInterruptionsOrReportThemAsSpecified) {
+    zor::Semaphore sem(1);
+    zor::TCPServer server(2);
+    ASSERT_EQ(0, server.Bind(zor::SockAddress("127.0.0.1", 0)));
+    ASSERT_EQ(0, server.Listen(4));
+    const pthread_t self = pthread_self();
+    std::thread late([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        sem.Signal();
+    });
+    {
+        SignalStorm storm(self);
+        EXPECT_EQ(1, sem.Wait(10000));  // condition waits are not cut short by signals
+        int interrupted = 0;
+        for (int i = 0; i < 20 && interrupted == 0; ++i) {
+            const int result = server.SelectForRead(50000);
+            if (result == -1) interrupted = errno;
+            EXPECT_NE(1, result);  // nobody connects: never "ready"
+        }
+        EXPECT_EQ(EINTR, interrupted);  // poll-based waits report the signal as -1 with EINTR
+    }
+    late.join();
+}
+
+TEST(FaultPeerReset, ReceiveReportsTheResetAndTheServerKeepsServingOthers) {
+    zor::TCPServer server(2);
+    ASSERT_EQ(0, server.Bind(zor::SockAddress("127.0.0.1", 0)));
+    ASSERT_EQ(0, server.Listen(4));
+    const zor::SockAddress where = server.LocalAddress();
+    const int before = zortest::openDescriptorCount();
+    for (int round = 0; round < 2; ++round) {
+        zor::TCPSocket client(1);
+        ASSERT_EQ(0, client.Connect(where));
+        zor::SockAddress peer;
+        std::unique_ptr<zor::TCPSocket> conn(server.Accept(peer));
+        ASSERT_NE(nullptr, conn);
+        if (round == 0) {
+            ASSERT_EQ(0, client.SetLinger(1, 0));  // close with a reset
+            client.Close();
+            ZR_BYTE byte = 0;
+            EXPECT_EQ(-1, conn->RecvBytes(&byte, 1));
+            EXPECT_EQ(ECONNRESET, conn->LastError());
+        } else {
+            const ZR_BYTE ping[4] = {'p', 'i', 'n', 'g'};
+            ZR_BYTE got[4] = {};
+            ASSERT_EQ(4, client.SendBytes(ping, 4));
+            ASSERT_EQ(4, conn->RecvBytes(got, 4));
+            EXPECT_EQ(0, std::memcmp(ping, got, 4));
+        }
+    }
+    EXPECT_EQ(before, zortest::openDescriptorCount());
+}
+
+}  // namespace
