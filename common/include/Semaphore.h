@@ -14,6 +14,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 #include "BaseTypes.h"
 
 namespace zor {
@@ -49,6 +51,7 @@ private:
     pthread_cond_t m_cond;
     ZR_Int32 m_iCount;  // only read and written with m_mutex held
     const ZR_Int32 m_iMax;
+    std::atomic<ZR_Int32> m_iSignalling;  // Signal() calls between their unlock and the wake-up
 };
 
 }  // namespace zor

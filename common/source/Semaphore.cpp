@@ -1,5 +1,6 @@
 #include "Semaphore.h"
 
+#include <sched.h>
 #include <sys/time.h>
 
 #include <cerrno>
@@ -32,7 +33,7 @@ timespec deadlineAfter(ZR_LONG lMseconds) {
 
 }  // namespace
 
-Semaphore::Semaphore(ZR_Uint32 iMax) : m_iCount(0), m_iMax(static_cast<ZR_Int32>(iMax)) {
+Semaphore::Semaphore(ZR_Uint32 iMax) : m_iCount(0), m_iMax(static_cast<ZR_Int32>(iMax)), m_iSignalling(0) {
     if (pthread_mutex_init(&m_mutex, nullptr) != 0) throw std::runtime_error("Initialize mutex failed");
     if (pthread_cond_init(&m_cond, nullptr) != 0) {
         pthread_mutex_destroy(&m_mutex);
@@ -41,6 +42,7 @@ Semaphore::Semaphore(ZR_Uint32 iMax) : m_iCount(0), m_iMax(static_cast<ZR_Int32>
 }
 
 Semaphore::~Semaphore() {
+    while (m_iSignalling.load(std::memory_order_acquire) != 0) sched_yield();
     pthread_mutex_destroy(&m_mutex);
     pthread_cond_destroy(&m_cond);
 }
@@ -56,11 +58,14 @@ void Semaphore::Signal() {
         throw std::runtime_error("Signal exhausted");
     }
     ++m_iCount;
-    if (pthread_cond_signal(&m_cond) != 0) {
-        pthread_mutex_unlock(&m_mutex);
-        throw std::runtime_error("Signal condition failed");
-    }
+    // The waiter is woken after the unlock, so that it does not wake only to block on the mutex we still
+    // hold. A waiter may destroy the semaphore as soon as its Wait() returns, so the destructor waits
+    // until no Signal() is still inside the condition variable.
+    m_iSignalling.fetch_add(1, std::memory_order_relaxed);
     pthread_mutex_unlock(&m_mutex);
+    const int iError = pthread_cond_signal(&m_cond);
+    m_iSignalling.fetch_sub(1, std::memory_order_release);
+    if (iError != 0) throw std::runtime_error("Signal condition failed");
 }
 
 void Semaphore::Wait() {

@@ -1,0 +1,305 @@
+// FileSystemTest.cpp: ExecPath and the journal on real scratch trees. Trees are compared before and
+// after each change; journal lines are matched by pattern.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "FileSystem.h"
+#include "TestUtil.h"
+
+using zor::ExecPath;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Relative path -> "d", "f:<content>" or "l:<target>", never following links.
+std::map<std::string, std::string> snapshot(const std::string& root) {
+    std::map<std::string, std::string> tree;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        const std::string rel = entry.path().lexically_relative(root).string();
+        if (entry.is_symlink()) {
+            tree[rel] = "l:" + fs::read_symlink(entry.path()).string();
+        } else if (entry.is_directory()) {
+            tree[rel] = "d";
+        } else {
+            tree[rel] = "f:" + zortest::readFile(entry.path().string());
+        }
+    }
+    return tree;
+}
+
+std::string journalName() { return ".filesystem." + std::to_string(getpid()) + ".log"; }
+
+std::vector<std::string> journalLines() {
+    std::vector<std::string> lines;
+    std::istringstream text(zortest::readFile(journalName()));
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    return lines;
+}
+
+std::string quoted(const std::string& text) {
+    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
+// Whether line is a journal line with this tag and message.
+bool isLine(const std::string& line, const std::string& tag, const std::string& message) {
+    static const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )";
+    return std::regex_match(line, std::regex(stamp + tag + " " + quoted(message)));
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat info;
+    return lstat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
+}
+
+// Works in a scratch directory, where the journal file lands, and ends the journal afterwards.
+class FileSystemTest : public ::testing::Test {
+protected:
+    FileSystemTest() : m_inScratch(m_scratch.Path()) {}
+    ~FileSystemTest() override { zor::path_inner::Printer::DestroyInstance(); }
+    std::string at(const std::string& name) const { return m_scratch / name; }
+    void makeTree(const std::string& root) {
+        fs::create_directories(root + "/sub/deeper");
+        zortest::writeFile(root + "/f", "one");
+        zortest::writeFile(root + "/sub/g", "two");
+        zortest::writeFile(root + "/..\\..", "name of dots and backslashes");
+        fs::create_symlink(at("outside"), root + "/sub/dirlink");
+        fs::create_symlink(at("outside/keep"), root + "/filelink");
+        fs::create_symlink(at("nowhere"), root + "/dangling");
+    }
+    void makeOutside() {
+        fs::create_directories(at("outside/inner"));
+        zortest::writeFile(at("outside/keep"), "must survive");
+    }
+
+    zortest::ScratchDir m_scratch;
+    zortest::WorkDir m_inScratch;
+};
+
+}  // namespace
+
+TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
+    ASSERT_EQ(0, ExecPath(at("quiet")).CreateDir());
+    EXPECT_FALSE(fs::exists(journalName()));
+    zor::Path::SetOutput(1);
+    zor::Path::SetOutput(1);
+    zor::Path::SetOutput(0);  // too late: the first successful call decided
+    const std::string odd = at("p%%q%s%d");
+    ASSERT_EQ(0, ExecPath(odd).CreateDir());
+    auto* printer = zor::path_inner::Printer::Instance();
+    printer->PrintCreate("%s", std::string(5000, 'x').c_str());
+    std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("// xxxx-xx-xxTxx:xx:xx [thread_id] TAGS [src_path] => [dst_path]", lines[0]);
+    EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("p%q%s%d") + "]")) << lines[1];
+    EXPECT_TRUE(isLine(lines[2], "CREATE", std::string(4095, 'x'))) << lines[2].size();
+
+    printer->Dispose();  // closed: lines are dropped until the next Initialize
+    printer->PrintRemove("[%d] [%s]", 0, "dropped");
+    zor::Path::SetOutput(1);
+    lines = journalLines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ(lines[0], lines[3]);
+}
+
+TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
+    zor::Path::SetOutput(1);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 200; ++i) {
+                zor::path_inner::Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(801u, lines.size());
+    for (size_t i = 1; i < lines.size(); ++i) {
+        EXPECT_TRUE(std::regex_match(lines[i], std::regex(R"(\S+ \[\d+\] RENAME \[\d\] \[\d+\] => \[x\])")));
+    }
+}
+
+TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs the superuser: mkdir inside a 0600 directory";
+    zor::Path::SetOutput(1);
+    const mode_t mask = umask(0);
+    umask(mask);
+    ASSERT_EQ(0, ExecPath(at("a/b/c")).CreateDir());
+    for (const char* dir : {"a", "a/b", "a/b/c"}) EXPECT_EQ(0600 & ~mask, modeOf(at(dir))) << dir;
+    zortest::writeFile(at("file"), "");
+    EXPECT_EQ(0, ExecPath(at("file")).CreateDir());  // something exists there: nothing to do
+    EXPECT_EQ(0, ExecPath(at("a")).AssureExist());
+    EXPECT_EQ(0, ExecPath(at("a")).CreateSubDir("/x"));
+    EXPECT_TRUE(fs::is_directory(at("a/x")));
+    EXPECT_EQ(zor::E_FAILED_CREATE_DIR, ExecPath(at("file/under")).CreateDir());
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(6u, lines.size());
+    EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("a") + "]"));
+    EXPECT_TRUE(isLine(lines[3], "CREATE", "[0] [" + at("a/b/c") + "]"));
+    EXPECT_TRUE(isLine(lines[5], "CREATE", "[-1] [" + at("file/under") + "]"));
+}
+
+// An ordinary user cannot enter the 0600 directory it just made. Run in a child that drops to nobody.
+TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadableDirs) {
+    if (geteuid() != 0) GTEST_SKIP() << "cannot drop privileges without being the superuser";
+    ASSERT_EQ(0, chmod(m_scratch.Path().c_str(), 0777));
+    ASSERT_EQ(0, mkdir(at("closed").c_str(), 0));
+    zor::path_inner::Printer::DestroyInstance();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
+        zor::Path::SetOutput(1);
+        if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) _exit(1);
+        if (modeOf("a") != (0600 & ~umask(0))) _exit(2);
+        const std::vector<std::string> lines = journalLines();
+        if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) _exit(3);
+        if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) _exit(4);
+        std::list<std::string> names;
+        if (ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR) _exit(5);
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 90) GTEST_SKIP() << "setuid to nobody (65534) failed";
+    EXPECT_EQ(0, WEXITSTATUS(status)) << "failed check number " << WEXITSTATUS(status);
+}
+
+TEST_F(FileSystemTest, RemoveDeletesLinksButNeverWhatTheyPointAt) {
+    makeOutside();
+    makeTree(at("t"));
+    const auto outside = snapshot(at("outside"));
+    zor::Path::SetOutput(1);
+    EXPECT_EQ(-1, ExecPath(at("t")).Remove(0));  // not empty
+    EXPECT_EQ(0, ExecPath(at("t")).Remove(1));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(at("t"))));
+    EXPECT_EQ(outside, snapshot(at("outside")));
+    EXPECT_EQ(0, ExecPath(at("t")).Remove(1));  // gone already: nothing to do, nothing journalled
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(5u, lines.size());  // header, the refused DELETE, "sub/deeper", "sub", the tree itself
+    EXPECT_TRUE(isLine(lines[1], "DELETE", "[-1] [" + at("t") + "]"));
+    EXPECT_TRUE(isLine(lines[4], "DELETE", "[0] [" + at("t") + "]"));
+}
+
+TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) {
+    makeOutside();
+    makeTree(at("t"));
+    fs::create_directories(at("dest"));
+    const auto tree = snapshot(at("t"));
+    const auto outside = snapshot(at("outside"));
+    ExecPath moved(at("t"));
+    EXPECT_EQ(-1, moved.Move(at("t/sub")));
+    EXPECT_EQ(EINVAL, errno);
+    fs::create_symlink(at("t/sub"), at("into"));
+    EXPECT_EQ(-1, moved.Move(at("into")));  // below itself through a link
+    EXPECT_EQ(tree, snapshot(at("t")));
+
+    ASSERT_EQ(0, moved.Move(at("dest")));
+    EXPECT_EQ(at("dest/t"), moved.ToString());
+    EXPECT_FALSE(fs::exists(at("t")));
+    EXPECT_EQ(tree, snapshot(at("dest/t")));
+    EXPECT_EQ(outside, snapshot(at("outside")));
+
+    ExecPath file(at("dest/t/f"));
+    ASSERT_EQ(0, file.Move(at("")));
+    EXPECT_EQ(at("f"), file.ToString());
+    EXPECT_EQ("one", zortest::readFile(at("f")));
+}
+
+// A tree that cannot be renamed across file systems must stay where it was, whole.
+TEST_F(FileSystemTest, MoveThatCannotRenameKeepsTheSource) {
+    struct stat shm, tmp;
+    if (stat("/dev/shm", &shm) != 0 || stat(m_scratch.Path().c_str(), &tmp) != 0 ||
+        shm.st_dev == tmp.st_dev) {
+        GTEST_SKIP() << "needs /dev/shm on a file system other than the scratch directory's";
+    }
+    char templ[] = "/dev/shm/zortest.XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(templ));
+    const std::string source = std::string(templ) + "/t";
+    makeTree(source);
+    const auto tree = snapshot(source);
+    ExecPath moving(source);
+    EXPECT_EQ(-1, moving.Move(m_scratch.Path()));
+    auto kept = tree;
+    kept.erase("sub/deeper");  // empty, so it did move
+    EXPECT_EQ(kept, snapshot(source));
+    EXPECT_TRUE(fs::is_directory(at("t/sub/deeper")));
+    EXPECT_EQ(source, moving.ToString());
+    EXPECT_EQ(0, ExecPath(templ).Remove(1));
+}
+
+TEST_F(FileSystemTest, RenameRefusesBadNamesAndFollowsTheFile) {
+    zortest::writeFile(at("old"), "data");
+    zor::Path::SetOutput(1);
+    ExecPath file(at("old"));
+    for (const std::string& bad : {std::string("a/b"), std::string("a\\b"), std::string(256, 'n')}) {
+        EXPECT_EQ(zor::E_FS_INVAILED_NAME, file.Rename(bad));
+    }
+    EXPECT_EQ(0, file.Rename(std::string(255, 'n')));
+    EXPECT_EQ(at(std::string(255, 'n')), file.ToString());
+    EXPECT_EQ("data", zortest::readFile(file.ToString()));
+    EXPECT_EQ(-1, ExecPath(at("missing")).Rename("y"));
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_TRUE(isLine(lines[2], "RENAME", "[-1] [" + at("missing") + "] => [" + at("y") + "]"));
+}
+
+TEST_F(FileSystemTest, ListingsFilterByTypePrefixAndSuffixWithoutLeaking) {
+    fs::create_directories(at("d/logs"));
+    zortest::writeFile(at("d/log1"), "1");
+    zortest::writeFile(at("d/log2.txt"), "22");
+    zortest::writeFile(at("d/.hidden"), "");
+    fs::create_symlink("log1", at("d/loglink"));
+    const int descriptors = zortest::openDescriptorCount();
+    ExecPath dir(at("d"));
+    std::list<std::string> names{"kept"};
+    EXPECT_EQ(0, dir.GetFileListByPre(names, "log", zor::FT_REG));
+    names.sort();
+    EXPECT_EQ((std::list<std::string>{"kept", "log1", "log2.txt"}), names);
+    names.clear();
+    EXPECT_EQ(0, dir.GetFileList(names, zor::FT_DIRC | zor::FT_LINK));
+    names.sort();
+    EXPECT_EQ((std::list<std::string>{"loglink", "logs"}), names);
+    std::list<zor::FileInfo> infos;
+    EXPECT_EQ(0, dir.GetFileListBySuffix(infos, ".txt", 0));
+    ASSERT_EQ(1u, infos.size());
+    EXPECT_EQ(zor::FT_REG, infos.front().FileType);
+    EXPECT_EQ(2, infos.front().FileSize);
+    EXPECT_EQ(at("d") + "/", infos.front().BaseDir);
+    EXPECT_EQ("log2.txt", infos.front().Name);
+    EXPECT_EQ(".txt", infos.front().Suffix);
+    EXPECT_EQ(1, ExecPath(at("d/.hidden")).GetFileInfo().IsHidden);
+    EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("d/log1")).GetFileList(names, 0));
+    EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("none")).GetFileList(names, 0));
+    EXPECT_EQ(descriptors, zortest::openDescriptorCount());
+
+    // Content size: file bytes plus the link's own size; directories add nothing.
+    EXPECT_EQ(1 + 2 + 4, dir.GetDirectoryContentSize());
+    EXPECT_EQ(-1, ExecPath(at("none")).GetDirectoryContentSize());
+    struct stat info;
+    ASSERT_EQ(0, lstat(at("d/log1").c_str(), &info));
+    EXPECT_EQ(static_cast<ZR_Int64>(info.st_blocks) * info.st_blksize,
+              ExecPath(at("d/log1")).GetFileUsage());
+    EXPECT_EQ(1, ExecPath(at("d/loglink")).IsLinkFile());
+    EXPECT_FALSE(dir.GetBigFilePtr());
+    EXPECT_EQ(at("d/log1"), ExecPath(at("d/log1")).GetStreamFilePtr()->GetFilePath());
+}
+
+TEST_F(FileSystemTest, ClearDirEmptiesEveryTypeAndKeepsTheDirectory) {
+    makeOutside();
+    makeTree(at("t"));
+    EXPECT_EQ(0, ExecPath(at("t")).ClearDir(zor::FT_REG));
+    EXPECT_TRUE(snapshot(at("t")).empty());
+    EXPECT_TRUE(fs::is_directory(at("t")));
+    EXPECT_EQ("must survive", zortest::readFile(at("outside/keep")));
+    EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("outside/keep")).ClearDir(0));
+}

@@ -1,0 +1,184 @@
+#include "ThreadPool.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Logger.h"
+#include "Semaphore.h"
+#include "SysUtils.h"
+#include "TestUtil.h"
+
+namespace {
+
+int threadCount() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/task")) {
+        while (readdir(dir) != nullptr) ++count;
+        closedir(dir);
+    }
+    return count - 2;  // "." and ".."
+}
+
+// Polls cond every 5 ms; the bound is generous because a loaded machine stalls threads for long.
+bool waitUntil(const std::function<bool()>& cond, int seconds = 30) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        zor::SysUtils::DelayMseconds(5);
+    }
+    return true;
+}
+
+// Runs fn on a worker; the pool deletes it afterwards unless kept is set.
+class FnJob : public zor::CJob {
+public:
+    explicit FnJob(std::function<void()> fn, bool kept = false) : CJob("fn", nullptr), m_fn(std::move(fn)) {
+        if (kept) m_toDeleted = 0;
+    }
+    void Run() override { m_fn(); }
+
+private:
+    std::function<void()> m_fn;
+};
+
+class ThreadPoolTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // Synchronous, so the logger adds no thread of its own; threshold 5 hides the pool's debug lines.
+        zor::Logger::Instance()->Initialize("Pool", m_dir / "pool.log", 16, 0xFFFFFFFFU, 5, 0, 1);
+    }
+    void TearDown() override {
+        zor::CThreadPool::DeleteInstance();
+        zor::Logger::DestroyInstance();
+    }
+    static zor::CThreadPool* pool() { return zor::CThreadPool::GetInstance(); }
+    // A job that blocks until gate is signalled (bounded, so a fault fails instead of hanging).
+    static zor::CJob* gated(zor::Semaphore& gate) {
+        return new FnJob([&gate] { gate.Wait(60000); });
+    }
+
+    zortest::ScratchDir m_dir;
+};
+
+TEST_F(ThreadPoolTest, GrowsBelowLowWaterMarkAndTrimsIdleSurplusBackToInitialSize) {
+    zor::Semaphore gate(100);
+    ASSERT_EQ(0, pool()->Initialize());
+    EXPECT_EQ(10U, pool()->GetIdleThreadNum());
+    EXPECT_EQ(10U, pool()->GetAllThreadNum());
+    EXPECT_EQ(0U, pool()->GetBusyThreadNum());
+
+    for (int i = 0; i < 7; ++i) pool()->PushJob(gated(gate));
+    EXPECT_EQ(3U, pool()->GetIdleThreadNum());
+    EXPECT_EQ(10U, pool()->GetAllThreadNum());
+    EXPECT_EQ(7U, pool()->GetBusyThreadNum());
+    pool()->PushJob(gated(gate));  // 3 idle < 4: tops the idle count up to 10 first
+    EXPECT_EQ(17U, pool()->GetAllThreadNum());
+    EXPECT_EQ(9U, pool()->GetIdleThreadNum());
+
+    pool()->SetHighIdleThreadNum(100);  // no trimming while the idle count climbs
+    for (int i = 0; i < 6; ++i) gate.Signal();
+    ASSERT_TRUE(waitUntil([] { return pool()->GetIdleThreadNum() == 15 && pool()->GetBusyThreadNum() == 2; }));
+    pool()->SetHighIdleThreadNum(12);
+    ASSERT_TRUE(waitUntil([] { return pool()->GetAllThreadNum() == 12; }));
+    EXPECT_EQ(10U, pool()->GetIdleThreadNum());  // 15 - (15 - 10)
+    gate.Signal();
+    gate.Signal();
+    EXPECT_TRUE(waitUntil([] { return pool()->GetBusyThreadNum() == 0; }));
+}
+
+TEST_F(ThreadPoolTest, QueuedJobsRunInArrivalOrderAndKeptJobsAreNotDeleted) {
+    pool()->SetInitThreadNum(1);
+    pool()->SetMaxThreadNum(1);
+    pool()->SetLowIdleThreadNum(0);
+    pool()->Initialize();
+    zor::Semaphore gate(1);
+    pool()->PushJob(gated(gate));
+
+    zor::Mutex orderMutex(0);
+    std::vector<ZR_Uint32> order;
+    std::vector<std::unique_ptr<FnJob>> jobs;
+    for (int i = 0; i < 20; ++i) {
+        jobs.emplace_back(new FnJob([&order, &orderMutex, i] {
+            zor::ScopedLock hold(orderMutex);
+            order.push_back(static_cast<ZR_Uint32>(i));
+        }, true));
+        if (i > 0) {
+            EXPECT_EQ(jobs[i - 1]->GetJobNo() + 1, jobs[i]->GetJobNo());
+        }
+        pool()->PushJob(jobs.back().get());
+    }
+    EXPECT_EQ(0U, pool()->GetIdleThreadNum());
+    gate.Signal();
+    ASSERT_TRUE(waitUntil([&] {
+        zor::ScopedLock hold(orderMutex);
+        return order.size() == 20;
+    }));
+    for (ZR_Uint32 i = 0; i < 20; ++i) EXPECT_EQ(i, order[i]);
+    // Jobs kept by their owner are destroyed here, once; a pool that deleted them fails under ASan.
+    EXPECT_TRUE(waitUntil([] { return pool()->GetBusyThreadNum() == 0; }));
+}
+
+TEST_F(ThreadPoolTest, HundredThousandJobsFromFourThreadsEachRunExactlyOnce) {
+    constexpr int PRODUCERS = 4;
+    constexpr int PER_PRODUCER = 25000;
+    pool()->Initialize();
+    std::unique_ptr<std::atomic<int>[]> runs(new std::atomic<int>[PRODUCERS * PER_PRODUCER]());
+    std::atomic<int> total(0);
+    std::vector<std::thread> producers;
+    for (int p = 0; p < PRODUCERS; ++p) {
+        producers.emplace_back([&, p] {
+            for (int i = p * PER_PRODUCER; i < (p + 1) * PER_PRODUCER; ++i) {
+                pool()->PushJob(new FnJob([&, i] {
+                    runs[i].fetch_add(1);
+                    total.fetch_add(1);
+                }));
+            }
+        });
+    }
+    for (std::thread& t : producers) t.join();
+    ASSERT_TRUE(waitUntil([&] { return total.load() == PRODUCERS * PER_PRODUCER; }, 300));
+    int wrong = 0;
+    for (int i = 0; i < PRODUCERS * PER_PRODUCER; ++i) wrong += runs[i].load() != 1;
+    EXPECT_EQ(0, wrong);
+    EXPECT_LE(pool()->GetAllThreadNum(), 30U);
+}
+
+TEST_F(ThreadPoolTest, DeleteInstanceFinishesRunningJobsAndLeavesNoThread) {
+    const int before = threadCount();
+    pool()->Initialize();
+    std::atomic<int> finished(0);
+    zor::Semaphore started(10);
+    for (int i = 0; i < 3; ++i) {
+        pool()->PushJob(new FnJob([&] {
+            started.Signal();
+            zor::SysUtils::DelayMseconds(200);
+            finished.fetch_add(1);
+        }));
+    }
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(started.Wait(30000));
+    pool()->TerminateAll();
+    EXPECT_EQ(3, finished.load());
+    EXPECT_EQ(0U, pool()->GetAllThreadNum());
+    EXPECT_EQ(0U, pool()->GetBusyThreadNum());
+
+    // With no worker left the job waits in the queue; it stays its owner's when the pool goes.
+    bool ran = false;
+    FnJob orphan([&ran] { ran = true; }, true);
+    pool()->PushJob(&orphan);
+    zor::CThreadPool::DeleteInstance();
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(before, threadCount());
+}
+
+TEST_F(ThreadPoolTest, NullJobEndsTheProcessWithTheAssertion) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(pool()->PushJob(nullptr), "job != NULL");
+}
+
+}  // namespace
