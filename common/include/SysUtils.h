@@ -5,6 +5,11 @@
 // and turning the process into a daemon. The class has no state; call the static operations directly.
 // Everything may be called from any thread. Only the file tests throw (an empty path).
 //
+// The network members read the host's IPv4 interface and route tables into NICsTable and RouteTable
+// (Network.h, which callers include for those types) and look for a free local port. They keep no state
+// between calls; a process-wide mutex serialises the port searches of one process (not across
+// processes). They never throw or log.
+//
 //   zor::SysUtils::DelayMseconds(100);
 //   int osPriority = zor::SysUtils::MapPriority(zor::PRIO_HIGH, SCHED_FIFO);  // 74 for the range 1-99
 #ifndef ZOR_SYSUTILS_H_
@@ -15,6 +20,11 @@
 #include "BaseTypes.h"
 
 namespace zor {
+
+class IPAddress;
+class Mutex;
+class NICsTable;
+class RouteTable;
 
 class SysUtils {
 public:
@@ -60,6 +70,40 @@ public:
     static ZR_BOOL IsDeviceFile(const std::string& path);
     static ZR_BOOL IsDirectoryFile(const std::string& path);
     static ZR_BOOL IsHiddenFile(const std::string& path);
+
+    // Appends one record per configured IPv4 interface address, in the kernel's order, and returns 0.
+    // Only the first 8 are seen: the list is asked for (SIOCGIFCONF) into room for 8 entries on purpose.
+    // Returns -1 when no socket can be opened, the list cannot be read or any query of an interface
+    // fails; the records appended before the failure stay in `table`. The table is not cleared first.
+    static ZR_Int32 GetSysNICsTable(NICsTable& table);
+    // Appends one route per line of "/proc/net/route" (after its header) and returns 0, or returns -1
+    // when the file cannot be opened. Each route carries the IPv4 address of its interface (0.0.0.0 when
+    // the interface has none among those GetSysNICsTable() sees) and ages = all ones. The interfaces are
+    // read once per call rather than once per line. The table is not cleared first.
+    static ZR_Int32 GetSysRouteTable(RouteTable& table);
+    // A port in [start, end) that a new IPv4 stream (TCP) or datagram (UDP) socket could bind on `host`
+    // (dotted text, not validated; null or empty for any address). Returns 0 when none binds or the range
+    // is empty, 65535 when end < start, and for start = end = 0 the port of a new unbound socket, that is
+    // 0. After finding a port it pauses 100 ms so that the system has released it. The port is only a
+    // hint: nothing reserves it once the call returns.
+    static ZR_Uint16 GetAvailPortTCP(const ZR_CHAR* host, ZR_Uint16 start, ZR_Uint16 end);
+    static ZR_Uint16 GetAvailPortUDP(const ZR_CHAR* host, ZR_Uint16 start, ZR_Uint16 end);
+
+private:
+    // The address, mask and broadcast address of the first interface named exactly `name`: 0, or -1
+    // with the outputs untouched when it is absent or the interfaces cannot be read.
+    static ZR_Int32 getNICAddrInfo(const std::string& name, IPAddress& addr, IPAddress& mask,
+                                   IPAddress& broadcast);
+    // Lookup by interface index is not offered: always -1, outputs untouched.
+    static ZR_Int32 getNICAddrInfo(const ZR_ULONG& index, IPAddress& addr, IPAddress& mask,
+                                   IPAddress& broadcast);
+    // Binds fd on host:start, start + 1, ... below end under m_portMutex; the first port that binds, or
+    // 0. For start = end = 0 it binds nothing and answers the socket's own port as stored.
+    static ZR_Uint16 getAvailPort(ZR_SOCKET fd, const ZR_CHAR* host, ZR_Uint16 start, ZR_Uint16 end);
+    // The public searches: range check, a socket of iKind, the search, the close and the pause.
+    static ZR_Uint16 searchPort(int iKind, const ZR_CHAR* host, ZR_Uint16 start, ZR_Uint16 end);
+
+    static Mutex m_portMutex;  // recursive
 };
 
 }  // namespace zor
