@@ -1,115 +1,357 @@
-// demo_service: a small service built only on zor. A producer thread hands numbered units of work to
-// two consumer threads through a Semaphore; the consumers fold them into a total under a Mutex; the
-// main thread stops everything after --seconds and prints what was done.
+// demo_service: a small service built only on zor, along the library's typical path.
 //
-//   demo_service [--seconds N] [--port P] [--workdir DIR]
+//   - the logger writes asynchronously into <workdir>/logs/demo.log, separated into backups;
+//   - the action manager runs a periodic action that hands an MD5 job to the thread pool;
+//   - an Epoll reactor serves a TCP echo protocol on a free loopback port with our sockets, and a
+//     built-in client drives it for --seconds;
+//   - the service's own file-system changes go to the change journal in <workdir>;
+//   - everything stops in order (client, actions, pool, reactor, journal, logger last) and the demo
+//     prints what it did. It exits 0 only if no echo was lost and no thread or descriptor is left.
+//
+//   demo_service [--seconds N] [--port P] [--workdir DIR] [--clients N] [--log-lines N] [--sync-log]
+//                [--churn]
+// --sync-log writes the log synchronously; --churn repeats the file-system changes at every tick (the
+// soak test uses both, with many clients).
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <string>
+#include <vector>
 
-#include "Locks.h"
+#include "Action.h"
+#include "Epoll.h"
+#include "FileSystem.h"
+#include "Logger.h"
+#include "MD5.h"
 #include "OSTime.h"
-#include "Semaphore.h"
 #include "SysUtils.h"
+#include "TCPServer.h"
+#include "TCPSocket.h"
 #include "Thread.h"
+#include "ThreadPool.h"
 #include "ZorVersion.h"
 
 namespace {
 
 struct Options {
-    int iSeconds = 2;
-    int iPort = 0;
-    std::string sWorkDir = ".";
+    int iSeconds = 5;
+    int iPort = 0;  // 0: the first free port from 20000 on
+    int iClients = 8;
+    int iLogLines = 50;  // lines per log file before it is separated into a backup
+    bool bSyncLog = false;
+    bool bChurn = false;
+    std::string sWorkDir = "demo-run";
 };
 
 Options parseOptions(int argc, char** argv) {
     Options options;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--seconds") == 0) options.iSeconds = std::atoi(argv[i + 1]);
-        if (std::strcmp(argv[i], "--port") == 0) options.iPort = std::atoi(argv[i + 1]);
-        if (std::strcmp(argv[i], "--workdir") == 0) options.sWorkDir = argv[i + 1];
+    for (int i = 1; i < argc; ++i) {
+        const char* value = i + 1 < argc ? argv[i + 1] : "0";
+        if (std::strcmp(argv[i], "--seconds") == 0) options.iSeconds = std::atoi(value);
+        if (std::strcmp(argv[i], "--port") == 0) options.iPort = std::atoi(value);
+        if (std::strcmp(argv[i], "--clients") == 0) options.iClients = std::max(1, std::atoi(value));
+        if (std::strcmp(argv[i], "--log-lines") == 0) options.iLogLines = std::max(1, std::atoi(value));
+        if (std::strcmp(argv[i], "--workdir") == 0) options.sWorkDir = value;
+        if (std::strcmp(argv[i], "--sync-log") == 0) options.bSyncLog = true;
+        if (std::strcmp(argv[i], "--churn") == 0) options.bChurn = true;
     }
     return options;
 }
 
-// Work shared by the threads: a queue of units guarded by a mutex, counted by a semaphore.
-struct WorkQueue {
-    zor::Mutex mutex{0};
-    zor::Semaphore ready{4096};
-    std::deque<long> units;
-    long total = 0;
-    long done = 0;
+int countEntries(const char* dir) {
+    int count = 0;
+    if (DIR* d = opendir(dir)) {
+        while (readdir(d) != nullptr) ++count;
+        closedir(d);
+    }
+    return count;
+}
+int openDescriptors() { return countEntries("/proc/self/fd") - 3; }  // ".", ".." and the listing itself
+int runningThreads() { return countEntries("/proc/self/task") - 2; }
+
+struct Counters {
+    std::atomic<long> actions{0};
+    std::atomic<long> jobsPushed{0};
+    std::atomic<long> jobsDone{0};
+    std::atomic<long> echoes{0};
+    std::atomic<long> echoErrors{0};
+    std::atomic<long> logCalls{0};
+    std::atomic<bool> stopping{false};
+    bool bChurn = false;
+};
+Counters g_counters;
+
+// Every line the demo logs is counted, so that the end can check that none was lost.
+#define DEMO_LOG(...)                 \
+    do {                              \
+        ++g_counters.logCalls;        \
+        ZOR_LOG_INFO(__VA_ARGS__);    \
+    } while (0)
+
+void touchTheDisk();
+
+// ---- work: a periodic action hands MD5 jobs to the pool ----
+
+class DigestJob : public zor::CJob {
+public:
+    explicit DigestJob(ZR_Uint32 seed) : zor::CJob("digest", nullptr), m_seed(seed) {}
+    void Run() override {
+        std::vector<ZR_BYTE> buffer(64 * 1024);
+        for (size_t i = 0; i < buffer.size(); ++i) buffer[i] = static_cast<ZR_BYTE>(i * 31 + m_seed);
+        zor::MD5 digest(buffer.data(), static_cast<ZR_Uint32>(buffer.size()));
+        DEMO_LOG("job %u: md5 of 64 KiB = %s", GetJobNo(), digest.ToString().c_str());
+        ++g_counters.jobsDone;
+    }
+
+private:
+    ZR_Uint32 m_seed;
 };
 
-class Producer : public zor::OSThread {
+int onTick(void* data) {
+    auto* self = static_cast<zor::Action*>(data);
+    if (g_counters.stopping) return 0;
+    const long n = ++g_counters.actions;
+    ++g_counters.jobsPushed;
+    zor::CThreadPool::GetInstance()->PushJob(new DigestJob(static_cast<ZR_Uint32>(n)));
+    if (g_counters.bChurn) touchTheDisk();
+    zor::ActionMgr::Instance()->NewAction(self, 100);  // again in one tick
+    return 0;
+}
+
+// ---- the echo server: an acceptor and one handler per connection, all on the reactor's thread ----
+
+class Connection : public zor::IOEventHandler {
 public:
-    explicit Producer(WorkQueue& queue) : m_queue(queue) {}
-    ~Producer() override { StopAndWait(); }
-    long produced = 0;
+    Connection(zor::Epoll& reactor, zor::TCPSocket* socket) : m_reactor(reactor), m_socket(socket) {}
+    void Recvice() override {
+        ZR_BYTE buffer[4096];
+        const ZR_INT got = m_socket->RecvBytes(buffer, sizeof buffer);
+        if (got <= 0) return finish();
+        for (ZR_INT sent = 0; sent < got;) {
+            const ZR_INT n = m_socket->SendBytes(buffer + sent, static_cast<ZR_Uint32>(got - sent));
+            if (n <= 0) return finish();
+            sent += n;
+        }
+    }
+    void Send() override {}
+    void Exception(ZR_Int32) override { finish(); }
+
+private:
+    // The peer left: the reactor forgets the descriptor and the handler ends itself.
+    void finish() {
+        m_reactor.EpollDelete(m_socket->Descriptor(), 0, this);
+        delete this;
+    }
+
+    zor::Epoll& m_reactor;
+    std::unique_ptr<zor::TCPSocket> m_socket;
+};
+
+class Acceptor : public zor::IOEventHandler {
+public:
+    Acceptor(zor::Epoll& reactor, zor::TCPServer& server) : m_reactor(reactor), m_server(server) {}
+    void Recvice() override {
+        zor::SockAddress peer;
+        zor::TCPSocket* socket = m_server.Accept(peer);
+        if (socket == nullptr) return;
+        auto* connection = new Connection(m_reactor, socket);
+        if (m_reactor.EpollAdd(socket->Descriptor(), EPOLLIN, connection) != zor::E_OK) delete connection;
+    }
+    void Send() override {}
+    void Exception(ZR_Int32) override {}
+
+private:
+    zor::Epoll& m_reactor;
+    zor::TCPServer& m_server;
+};
+
+class Dispatcher : public zor::OSThread {
+public:
+    explicit Dispatcher(zor::Epoll& reactor) : m_reactor(reactor) {}
+    ~Dispatcher() override { StopAndWait(); }
 
 protected:
     void Entry() override {
-        while (!IsStop()) {
-            if (m_queue.ready.Count() < 4000) {
-                {
-                    zor::ScopedLock hold(m_queue.mutex);
-                    m_queue.units.push_back(++produced);
-                }
-                m_queue.ready.Signal();
-            } else {
-                zor::SysUtils::DelayMseconds(1);
+        while (!IsStop()) m_reactor.EpollWait(50);
+    }
+
+private:
+    zor::Epoll& m_reactor;
+};
+
+// ---- the built-in client: several connections, each message checked when it comes back ----
+
+class EchoClient : public zor::OSThread {
+public:
+    EchoClient(const zor::SockAddress& server, int connections) : m_server(server), m_connections(connections) {}
+    ~EchoClient() override { StopAndWait(); }
+
+protected:
+    void Entry() override {
+        std::vector<std::unique_ptr<zor::TCPSocket>> sockets;
+        for (int i = 0; i < m_connections; ++i) {
+            sockets.emplace_back(new zor::TCPSocket(1));
+            if (sockets.back()->Connect(m_server) != 0) ++g_counters.echoErrors;
+        }
+        for (long seq = 0; !IsStop(); ++seq) {
+            for (size_t i = 0; i < sockets.size(); ++i) roundTrip(*sockets[i], i, seq);
+            if (seq % 500 == 0) DEMO_LOG("client: %ld echo round trips so far", g_counters.echoes.load());
+        }
+    }
+
+private:
+    static void roundTrip(zor::TCPSocket& socket, size_t connection, long seq) {
+        char message[64];
+        std::memset(message, '.', sizeof message);
+        std::snprintf(message, sizeof message, "connection %zu message %ld ", connection, seq);
+        message[sizeof message - 1] = '.';  // a fixed 64-byte frame
+        const auto* bytes = reinterpret_cast<const ZR_BYTE*>(message);
+        char reply[sizeof message] = {};
+        if (socket.SendBytes(bytes, sizeof message) != static_cast<ZR_INT>(sizeof message)) {
+            ++g_counters.echoErrors;
+            return;
+        }
+        for (size_t got = 0; got < sizeof reply;) {
+            const ZR_INT n = socket.RecvBytes(reinterpret_cast<ZR_BYTE*>(reply) + got,
+                                              static_cast<ZR_Uint32>(sizeof reply - got));
+            if (n <= 0) {
+                ++g_counters.echoErrors;
+                return;
             }
+            got += static_cast<size_t>(n);
+        }
+        if (std::memcmp(message, reply, sizeof message) == 0) {
+            ++g_counters.echoes;
+        } else {
+            ++g_counters.echoErrors;
         }
     }
 
-private:
-    WorkQueue& m_queue;
+    zor::SockAddress m_server;
+    int m_connections;
 };
 
-class Consumer : public zor::OSThread {
-public:
-    explicit Consumer(WorkQueue& queue) : m_queue(queue) {}
-    ~Consumer() override { StopAndWait(); }
+// ---- the service's own file-system changes, recorded in the journal ----
 
-protected:
-    void Entry() override {
-        while (!IsStop()) {
-            if (m_queue.ready.Wait(100) == 0) continue;
-            zor::ScopedLock hold(m_queue.mutex);
-            m_queue.total += m_queue.units.front();
-            m_queue.units.pop_front();
-            ++m_queue.done;
-        }
+void touchTheDisk() {
+    zor::filesystem::CreateDir("./archive");
+    zor::StreamFile report("./report.txt");
+    if (report.Open(zor::File::OpenModeWrite) == 0) report.WriteLine("demo report\n");
+    report.Close();
+    zor::filesystem::Rename("./report.txt", "report-final.txt");
+    zor::filesystem::Remove("./archive", 1);
+}
+
+int countBackups(const std::string& logPath) {
+    int backups = 0;
+    for (int n = 1; n <= 5; ++n) backups += access((logPath + "_" + std::to_string(n)).c_str(), F_OK) == 0 ? 1 : 0;
+    return backups;
+}
+
+long countLines(const std::string& path) {
+    long lines = 0;
+    if (FILE* in = std::fopen(path.c_str(), "r")) {
+        for (int c; (c = std::fgetc(in)) != EOF;) lines += c == '\n' ? 1 : 0;
+        std::fclose(in);
     }
+    return lines;
+}
 
-private:
-    WorkQueue& m_queue;
-};
+// Lines of the demo found in the live log and its backups.
+long demoLinesKept(const std::string& logPath) {
+    long lines = countLines(logPath);
+    for (int n = 1; n <= 5; ++n) lines += countLines(logPath + "_" + std::to_string(n));
+    return lines;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
-    std::printf("zor %s demo service, started %s, running %d s\n", ZOR_VERSION_STRING,
-                zor::OSTime::Now().ToString(1).c_str(), options.iSeconds);
+    const int descriptorsAtStart = openDescriptors();
+    const int threadsAtStart = runningThreads();
+    ::mkdir(options.sWorkDir.c_str(), 0755);
+    if (chdir(options.sWorkDir.c_str()) != 0) {
+        std::fprintf(stderr, "cannot enter %s\n", options.sWorkDir.c_str());
+        return 2;
+    }
+    const std::string workDir = zor::filesystem::GetCurWorkDir();
+    std::printf("zor %s demo service in %s, running %d s\n", ZOR_VERSION_STRING, workDir.c_str(), options.iSeconds);
 
-    WorkQueue queue;
-    Producer producer(queue);
-    Consumer first(queue), second(queue);
-    first.Start();
-    second.Start();
-    producer.Start();
-    zor::SysUtils::DelaySeconds(options.iSeconds);
-    producer.StopAndWait();
-    while (queue.ready.Count() > 0) zor::SysUtils::DelayMseconds(10);  // let the consumers drain the queue
-    first.StopAndWait();
-    second.StopAndWait();
+    // The logger first: everything below logs. Debug lines stay out (threshold 5).
+    zor::Logger::Instance()->Initialize("demo", "./logs/demo.log", 64, static_cast<ZR_Uint32>(options.iLogLines), 5, 0,
+                                        options.bSyncLog ? 1 : 0);
+    const ZR_Uint32 linesBefore = zor::Logger::Instance()->TotalLines();
+    DEMO_LOG("demo service starting");
+    g_counters.bChurn = options.bChurn;
+    zor::Path::SetOutput(1);
+    touchTheDisk();
 
-    const long expected = producer.produced * (producer.produced + 1) / 2;
-    std::printf("units produced: %ld, consumed: %ld, checksum %s\n", producer.produced, queue.done,
-                queue.total == expected ? "ok" : "WRONG");
-    std::printf("finished %s\n", zor::OSTime::Now().ToString(1).c_str());
-    return queue.total == expected && queue.done == producer.produced ? 0 : 1;
+    zor::CThreadPool::GetInstance()->Initialize();
+    auto* ticker = new zor::Action("ticker");
+    ticker->SetProcessor(onTick, ticker);
+    zor::ActionMgr::Instance()->NewAction(ticker, 100);
+
+    const ZR_Uint16 port = options.iPort > 0 ? static_cast<ZR_Uint16>(options.iPort)
+                                             : zor::SysUtils::GetAvailPortTCP("127.0.0.1", 20000, 40000);
+    zor::TCPServer server(2);
+    server.SetReuseAddress(1);
+    if (port == 0 || server.Bind(zor::SockAddress("127.0.0.1", port)) != 0 || server.Listen(64) != 0) {
+        std::fprintf(stderr, "cannot listen on 127.0.0.1:%u\n", port);
+        return 2;
+    }
+    DEMO_LOG("echo server on %s", server.LocalAddress().ToString().c_str());
+    {
+        zor::Epoll reactor(50, 64);
+        reactor.EpollInitialize();
+        reactor.EpollAdd(server.Descriptor(), EPOLLIN, new Acceptor(reactor, server));
+        Dispatcher dispatcher(reactor);
+        dispatcher.Start();
+        {
+            EchoClient client(server.LocalAddress(), options.iClients);
+            client.Start();
+            zor::SysUtils::DelaySeconds(options.iSeconds);
+        }  // the client stops and closes its connections
+        g_counters.stopping = true;
+        zor::ActionMgr::Instance()->DeleteAction(ticker);
+        zor::ActionMgr::DestroyInstance();
+        delete ticker;
+        while (g_counters.jobsDone < g_counters.jobsPushed) zor::SysUtils::DelayMseconds(10);
+        zor::CThreadPool::DeleteInstance();
+        dispatcher.StopAndWait();
+    }  // the reactor deletes the acceptor and any connection still registered
+    server.Close();
+
+    const std::string logPath = workDir + "/logs/demo.log";
+    const std::string journalPath = workDir + "/.filesystem." + std::to_string(getpid()) + ".log";
+    DEMO_LOG("demo service stopping");
+    const ZR_Uint32 logLines = zor::Logger::Instance()->TotalLines() - linesBefore;
+    zor::path_inner::Printer::DestroyInstance();
+    zor::Logger::DestroyInstance();  // the writer drains its queue into the file first
+    // Separations beyond the five backups drop the oldest on purpose; below that nothing may be missing.
+    const bool bRotatedAway = countBackups(logPath) == 5;
+    const long linesKept = demoLinesKept(logPath);
+    const bool bLogOk = bRotatedAway || linesKept >= g_counters.logCalls;
+
+    const int threadsLeft = runningThreads() - threadsAtStart;
+    const int descriptorsLeft = openDescriptors() - descriptorsAtStart;
+    std::printf("actions run:        %ld\n", g_counters.actions.load());
+    std::printf("jobs done:          %ld (MD5 of 64 KiB each)\n", g_counters.jobsDone.load());
+    std::printf("echo round trips:   %ld on port %u, %ld lost\n", g_counters.echoes.load(), port,
+                g_counters.echoErrors.load());
+    std::printf("log lines written:  %u (%ld kept in the log and its backups), backups: %d\n", logLines, linesKept,
+                countBackups(logPath));
+    std::printf("log:                %s\n", logPath.c_str());
+    std::printf("journal:            %s\n", journalPath.c_str());
+    std::printf("threads left:       %d, descriptors left: %d\n", threadsLeft, descriptorsLeft);
+    const bool ok = g_counters.echoErrors == 0 && g_counters.echoes > 0 && g_counters.jobsDone > 0 && bLogOk &&
+                    threadsLeft == 0 && descriptorsLeft == 0;
+    std::printf("%s\n", ok ? "demo finished cleanly" : "demo FAILED");
+    return ok ? 0 : 1;
 }
