@@ -6,6 +6,7 @@
 #include "Logger.h"
 #include "OSTime.h"
 #include "SysUtils.h"
+#include "Singleton.h"
 
 namespace zor {
 
@@ -102,23 +103,10 @@ void Action::Wait4Detachable() {
 
 // ---- ActionMgr: lifecycle ----
 
-ActionMgr* ActionMgr::Instance() {
-    ActionMgr* mgr = _instance.load(std::memory_order_acquire);
-    if (mgr == nullptr) {
-        ScopedLock hold(_mutex);
-        mgr = _instance.load(std::memory_order_relaxed);
-        if (mgr == nullptr) {
-            mgr = new ActionMgr();
-            _instance.store(mgr, std::memory_order_release);
-        }
-    }
-    return mgr;
-}
+ActionMgr* ActionMgr::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new ActionMgr(); }); }
 
 void ActionMgr::DestroyInstance() {
-    ScopedLock hold(_mutex);
-    delete _instance.load();
-    _instance.store(nullptr);
+    detail::destroyInstance(_instance, _mutex, [](ActionMgr* mgr) { delete mgr; });
 }
 
 ActionMgr::ActionMgr()

@@ -15,6 +15,7 @@
 
 #include "OSTime.h"
 #include "StringUtils.h"
+#include "Singleton.h"
 
 // ---- Path: parsing, normalisation and text ----
 
@@ -321,22 +322,10 @@ Printer::Printer() : m_inited(0), m_mutex(0), m_enable(0) {}
 
 Printer::~Printer() { Dispose(); }
 
-Printer* Printer::Instance() {
-    Printer* printer = _instance.load(std::memory_order_acquire);
-    if (printer == nullptr) {
-        ScopedLock hold(_mutex);
-        printer = _instance.load(std::memory_order_relaxed);
-        if (printer == nullptr) {
-            printer = new Printer();
-            _instance.store(printer, std::memory_order_release);
-        }
-    }
-    return printer;
-}
+Printer* Printer::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new Printer(); }); }
 
 void Printer::DestroyInstance() {
-    ScopedLock hold(_mutex);
-    delete _instance.exchange(nullptr, std::memory_order_acq_rel);
+    detail::destroyInstance(_instance, _mutex, [](Printer* printer) { delete printer; });
 }
 
 void Printer::Initialize(ZR_BOOL enable) {

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "FileConfig.h"
+#include "Singleton.h"
 
 namespace zor {
 
@@ -90,23 +91,10 @@ std::string shellQuoted(const std::string& word) {
 
 }  // namespace
 
-Logger* Logger::Instance() {
-    Logger* logger = _instance.load(std::memory_order_acquire);
-    if (logger == nullptr) {
-        ScopedLock hold(_mutex);
-        logger = _instance.load(std::memory_order_relaxed);
-        if (logger == nullptr) {
-            logger = new Logger();
-            _instance.store(logger, std::memory_order_release);
-        }
-    }
-    return logger;
-}
+Logger* Logger::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new Logger(); }); }
 
 void Logger::DestroyInstance() {
-    ScopedLock hold(_mutex);
-    delete _instance.load();
-    _instance.store(nullptr);
+    detail::destroyInstance(_instance, _mutex, [](Logger* logger) { delete logger; });
 }
 
 Logger::Logger()

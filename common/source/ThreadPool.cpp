@@ -7,6 +7,7 @@
 
 #include "Logger.h"
 #include "SysUtils.h"
+#include "Singleton.h"
 
 // Last, and with NDEBUG lifted: a null job must end the process in release builds too.
 #undef NDEBUG
@@ -106,23 +107,13 @@ std::atomic<CThreadPool*> CThreadPool::_instance(nullptr);
 Mutex CThreadPool::_insMutex(0);
 
 CThreadPool* CThreadPool::GetInstance() {
-    CThreadPool* pool = _instance.load(std::memory_order_acquire);
-    if (pool != nullptr) return pool;
-    ScopedLock hold(_insMutex);
-    pool = _instance.load(std::memory_order_relaxed);
-    if (pool == nullptr) {
-        pool = new CThreadPool();
-        _instance.store(pool, std::memory_order_release);
-    }
-    return pool;
+    return detail::instanceOf(_instance, _insMutex, [] { return new CThreadPool(); });
 }
 
+// A job still finishing may reach the pool through GetInstance() while it is destroyed: its hand-over
+// is refused and the job queued.
 void CThreadPool::DeleteInstance() {
-    ScopedLock hold(_insMutex);
-    // Cleared only afterwards: a job still finishing may reach the pool through GetInstance() and must
-    // find the one being destroyed (its hand-over is refused and the job queued), not make a new one.
-    delete _instance.load();
-    _instance.store(nullptr);
+    detail::destroyInstance(_instance, _insMutex, [](CThreadPool* pool) { delete pool; });
 }
 
 CThreadPool::CThreadPool()
