@@ -70,6 +70,9 @@ int inChildWithoutDescriptors(Fn checks) {
 }
 
 TEST(FaultNoDescriptors, EveryOpenFailsAsSpecifiedAndWorksAgainOnceDescriptorsAreFree) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer runtimes open descriptors of their own and misreport when none is left";
+#endif
     zortest::ScratchDir dir;
     const std::string logPath = dir / "fd.log";
     const std::string filePath = dir / "data";
