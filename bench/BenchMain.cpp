@@ -90,7 +90,8 @@ private:
             std::string goal = "-";
             const char* verdict = "";
             const std::string sCase = sKey.substr(0, sKey.find('/'));
-            const auto target = targets().find(sCase);
+            auto target = targets().find(sCase + "/" + sImpl);  // a target for this peer, else the case's
+            if (target == targets().end()) target = targets().find(sCase);
             if (target != targets().end()) {
                 goal = target->second.sGoal;
                 verdict = ratio >= target->second.dMinRatio ? "met" : "MISSED";

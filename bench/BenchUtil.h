@@ -3,7 +3,8 @@
 // Conventions shared by the benchmark programs. A benchmark is named "<case>/<impl>[/args]", where impl
 // is "zor" for the library and the peer's name otherwise ("std", "spdlog", "poco", "openssl", ...). The
 // shared main prints, after the usual report, one row per case: zor's time, the peer's time and the ratio
-// peer/zor (above 1 means zor is faster). ZOR_BENCH_TARGET records the ratio a case must reach.
+// peer/zor (above 1 means zor is faster). ZOR_BENCH_TARGET records the ratio a case must reach, either
+// for every peer ("case") or for one ("case/peer").
 #ifndef ZOR_BENCH_BENCHUTIL_H_
 #define ZOR_BENCH_BENCHUTIL_H_
 
