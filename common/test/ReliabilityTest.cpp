@@ -16,7 +16,9 @@
 #include <thread>
 #include <vector>
 
+#include "Epoll.h"
 #include "File.h"
+#include "FileSystem.h"
 #include "Logger.h"
 #include "Semaphore.h"
 #include "SysUtils.h"
@@ -51,6 +53,24 @@ TEST(FaultDiskFull, LoggerDropsLinesWhileTheDiskIsFullAndWritesAgainAfterSeparat
     ASSERT_EQ(5U, lines.size());
     EXPECT_NE(std::string::npos, lines.front().find("Info:  n 11"));
     EXPECT_TRUE(zor::SysUtils::IsDeviceFile(path + "_1"));  // the full device became the first backup
+}
+
+TEST(FaultDiskFull, JournalDropsLinesOnAFullDiskWithoutChangingResultsAndWritesAgainWhenReopened) {
+    zortest::ScratchDir dir;
+    zortest::WorkDir here(dir.Path());
+    const std::string journal = ".filesystem." + std::to_string(getpid()) + ".log";
+    if (makeFullDevice(dir, journal).empty()) GTEST_SKIP() << "cannot make a full-device node here (needs root)";
+    zor::Path::SetOutput(1);
+    EXPECT_EQ(0, zor::filesystem::CreateDir(dir / "lost"));  // the change happens; only its line is lost
+    EXPECT_TRUE(zor::SysUtils::IsDirectoryFile(dir / "lost"));
+    zor::path_inner::Printer::Instance()->Dispose();
+    ASSERT_EQ(0, unlink(journal.c_str()));  // the disk has room again
+    zor::path_inner::Printer::Instance()->Initialize(1);
+    EXPECT_EQ(0, zor::filesystem::CreateDir(dir / "kept"));
+    zor::path_inner::Printer::DestroyInstance();
+    const auto lines = linesOf(dir / journal);
+    ASSERT_EQ(2U, lines.size());  // the header and the second change
+    EXPECT_NE(std::string::npos, lines[1].find("CREATE [0] [" + dir / "kept" + "]"));
 }
 
 // Runs checks in a child process whose descriptor table is full; returns its exit status.
@@ -143,6 +163,11 @@ TEST(FaultSignals, WaitsSurviveInterruptionsOrReportThemAsSpecified) {
             EXPECT_NE(1, result);  // nobody connects: never "ready"
         }
         EXPECT_EQ(EINTR, interrupted);  // poll-based waits report the signal as -1 with EINTR
+        zor::Epoll reactor(60000, 4);
+        ASSERT_EQ(zor::E_OK, reactor.EpollInitialize());
+        const auto start = std::chrono::steady_clock::now();
+        reactor.EpollWait();  // interrupted: returns at once instead of waiting its minute
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
     }
     late.join();
 }
