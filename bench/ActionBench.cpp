@@ -25,9 +25,7 @@ ZOR_BENCH_LIMIT("tick_drift_20", 2e6, "< 2 ms");
 const std::string LOG_PATH = "/tmp/zor-action-bench." + std::to_string(getpid()) + ".log";
 
 // The manager logs a debug line per scheduling; a threshold of 5 keeps them out of the measurement.
-void startLogger() {
-    zor::Logger::Instance()->Initialize("Bench", LOG_PATH, 64, 1000000, 5, 0, 1);
-}
+void startLogger() { zor::Logger::Instance()->Initialize("Bench", LOG_PATH, 64, 1000000, 5, 0, 1); }
 void stopAll() {
     zor::ActionMgr::DestroyInstance();
     zor::Logger::DestroyInstance();
@@ -43,8 +41,10 @@ void newActionGrowing(benchmark::State& state) {
     for (int i = 0; i < COUNT; ++i) actions.emplace_back(new zor::Action("a"));
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        for (int i = 0; i < COUNT; ++i) mgr->NewAction(actions[i].get(), 100 + static_cast<zor::ActionTime>(i) * 10);
-        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        for (int i = 0; i < COUNT; ++i)
+            mgr->NewAction(actions[i].get(), 100 + static_cast<zor::ActionTime>(i) * 10);
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
         state.PauseTiming();
         for (auto& a : actions) mgr->DeleteAction(a.get());
         for (auto& a : actions) a->Reset();
@@ -52,7 +52,10 @@ void newActionGrowing(benchmark::State& state) {
     }
     stopAll();
 }
-BENCHMARK(newActionGrowing)->Name("newaction_100k_growing/zor")->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(newActionGrowing)
+    ->Name("newaction_100k_growing/zor")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 // Each callback records how many microseconds after its due time it ran.
 struct Probe {
@@ -63,7 +66,8 @@ struct Probe {
 
 int onProbe(void* data) {
     auto* probe = static_cast<Probe*>(data);
-    probe->lateness->push_back(static_cast<double>(zor::OSTime::GetOSTick() - probe->dueUs) / 1e5);  // in ticks
+    probe->lateness->push_back(static_cast<double>(zor::OSTime::GetOSTick() - probe->dueUs) /
+                               1e5);  // in ticks
     return 0;
 }
 
@@ -115,11 +119,16 @@ void tickDrift(benchmark::State& state) {
         }
         zor::SysUtils::DelayMseconds(2400);
         for (auto& a : actions) mgr->DeleteAction(a.get());
-        const double driftUs = ticks.size() == 21 ? std::abs(static_cast<double>(ticks[20] - ticks[0]) - 2e6) : 1e9;
+        const double driftUs =
+            ticks.size() == 21 ? std::abs(static_cast<double>(ticks[20] - ticks[0]) - 2e6) : 1e9;
         state.SetIterationTime(driftUs / 1e6);
     }
     stopAll();
 }
-BENCHMARK(tickDrift)->Name("tick_drift_20/zor")->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(tickDrift)
+    ->Name("tick_drift_20/zor")
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -65,14 +65,16 @@ public:
             if (!run.run_name.threads.empty()) name += "/" + run.run_name.threads;
             std::string sKey, sImpl;
             if (!splitName(name, sKey, sImpl)) continue;
-            const double ns = run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            const double ns =
+                run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
             m_rows[sKey].nsByImpl[sImpl] = ns;
         }
     }
 
     void Finalize() override {
         ConsoleReporter::Finalize();
-        std::printf("\n%-40s %12s %12s %-10s %8s  %s\n", "case", "zor", "peer", "peer-name", "ratio", "target");
+        std::printf("\n%-40s %12s %12s %-10s %8s  %s\n", "case", "zor", "peer", "peer-name", "ratio",
+                    "target");
         const char* mdPath = std::getenv("ZOR_BENCH_MARKDOWN");
         FILE* md = mdPath != nullptr ? std::fopen(mdPath, "a") : nullptr;
         for (const auto& [sKey, row] : m_rows) printRow(sKey, row, md);
@@ -96,12 +98,13 @@ private:
                 goal = target->second.sGoal;
                 verdict = ratio >= target->second.dMinRatio ? "met" : "MISSED";
             }
-            std::printf("%-40s %12s %12s %-10s %8.3f  %s %s\n", sKey.c_str(), describeTime(zor->second).c_str(),
-                        describeTime(ns).c_str(), sImpl.c_str(), ratio, goal.c_str(), verdict);
+            std::printf("%-40s %12s %12s %-10s %8.3f  %s %s\n", sKey.c_str(),
+                        describeTime(zor->second).c_str(), describeTime(ns).c_str(), sImpl.c_str(), ratio,
+                        goal.c_str(), verdict);
             if (md != nullptr) {
                 std::fprintf(md, "| %s | %s | %s (%s) | %.3f | %s | %s |\n", sKey.c_str(),
-                             describeTime(zor->second).c_str(), describeTime(ns).c_str(), sImpl.c_str(), ratio,
-                             goal.c_str(), verdict);
+                             describeTime(zor->second).c_str(), describeTime(ns).c_str(), sImpl.c_str(),
+                             ratio, goal.c_str(), verdict);
             }
         }
     }
@@ -114,11 +117,11 @@ private:
             goal = target->second.sGoal;
             verdict = ns <= target->second.dMaxNs ? "met" : "MISSED";
         }
-        std::printf("%-40s %12s %12s %-10s %8s  %s %s\n", sKey.c_str(), describeTime(ns).c_str(), "-", "-", "-",
-                    goal.c_str(), verdict);
+        std::printf("%-40s %12s %12s %-10s %8s  %s %s\n", sKey.c_str(), describeTime(ns).c_str(), "-", "-",
+                    "-", goal.c_str(), verdict);
         if (md != nullptr) {
-            std::fprintf(md, "| %s | %s | - | - | %s | %s |\n", sKey.c_str(), describeTime(ns).c_str(), goal.c_str(),
-                         verdict);
+            std::fprintf(md, "| %s | %s | - | - | %s | %s |\n", sKey.c_str(), describeTime(ns).c_str(),
+                         goal.c_str(), verdict);
         }
     }
 

@@ -21,11 +21,11 @@ bool RegisterLimit(const std::string& sCase, double dMaxNs, const std::string& s
 
 #define ZOR_BENCH_CONCAT_(a, b) a##b
 #define ZOR_BENCH_CONCAT(a, b) ZOR_BENCH_CONCAT_(a, b)
-#define ZOR_BENCH_TARGET(caseName, minRatio, goal)                                          \
+#define ZOR_BENCH_TARGET(caseName, minRatio, goal)                                   \
     static const bool ZOR_BENCH_CONCAT(zorBenchTarget_, __LINE__) [[maybe_unused]] = \
         zor_bench::RegisterTarget(caseName, minRatio, goal)
 
-#define ZOR_BENCH_LIMIT(caseName, maxNs, goal)                                              \
+#define ZOR_BENCH_LIMIT(caseName, maxNs, goal)                                      \
     static const bool ZOR_BENCH_CONCAT(zorBenchLimit_, __LINE__) [[maybe_unused]] = \
         zor_bench::RegisterLimit(caseName, maxNs, goal)
 

@@ -20,7 +20,7 @@ ZOR_BENCH_TARGET("log_sync_flush", 1.0, ">= 1.0x spdlog");
 
 const std::string DIR = "/tmp/zor-logger-bench." + std::to_string(getpid());
 constexpr ZR_Uint32 UNLIMITED = 0xFFFFFFFFU;  // no separation during a run
-constexpr int ASYNC_BATCH = 2000;              // well below the logger's 4096-line queue ceiling
+constexpr int ASYNC_BATCH = 2000;             // well below the logger's 4096-line queue ceiling
 
 void prepareDir() { std::system(("rm -rf " + DIR + " && mkdir -p " + DIR).c_str()); }
 
@@ -55,15 +55,25 @@ void logSyncZor(benchmark::State& state) {
     int i = 0;
     for (auto _ : state) zor::Logger::Instance()->LogInfo("LoggerBench.cpp", "logSync", 42, "value %d", ++i);
 }
-BENCHMARK(logSyncZor)->Name("log_sync_flush/zor")->Setup(zorSyncSetup)->Teardown(zorTeardown)->Threads(1)
-    ->Threads(4)->UseRealTime();
+BENCHMARK(logSyncZor)
+    ->Name("log_sync_flush/zor")
+    ->Setup(zorSyncSetup)
+    ->Teardown(zorTeardown)
+    ->Threads(1)
+    ->Threads(4)
+    ->UseRealTime();
 
 void logSyncSpd(benchmark::State& state) {
     int i = 0;
     for (auto _ : state) g_spd->info("({}:{}:{}) Info:  value {}", "LoggerBench.cpp", "logSync", 42, ++i);
 }
-BENCHMARK(logSyncSpd)->Name("log_sync_flush/spdlog")->Setup(spdSyncSetup)->Teardown(spdTeardown)->Threads(1)
-    ->Threads(4)->UseRealTime();
+BENCHMARK(logSyncSpd)
+    ->Name("log_sync_flush/spdlog")
+    ->Setup(spdSyncSetup)
+    ->Teardown(spdTeardown)
+    ->Threads(1)
+    ->Threads(4)
+    ->UseRealTime();
 
 // The writer threads are given time to catch up between batches, outside the measured time.
 void pauseForWriter(benchmark::State& state, int i) {

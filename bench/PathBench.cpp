@@ -15,14 +15,10 @@ namespace {
 
 const std::vector<std::string>& pathTexts() {
     static const std::vector<std::string> texts = {
-        "/usr/local/lib/../share/./doc/zor/README",
-        "var//log/svc/./2024/../2025/app.log",
-        "../../src/common/include/FileSystem.h",
-        "/a/b/c/d/e/f/../../../g/h",
-        "./build/release/./bin/../lib/libzor.so.1",
-        "/home/user/projects//zor/common/source/",
-        "data/a/../b/../c/../d/file.bin",
-        "/srv/www/htdocs/images/2024/01/02/photo-000123.jpg",
+        "/usr/local/lib/../share/./doc/zor/README", "var//log/svc/./2024/../2025/app.log",
+        "../../src/common/include/FileSystem.h",    "/a/b/c/d/e/f/../../../g/h",
+        "./build/release/./bin/../lib/libzor.so.1", "/home/user/projects//zor/common/source/",
+        "data/a/../b/../c/../d/file.bin",           "/srv/www/htdocs/images/2024/01/02/photo-000123.jpg",
     };
     return texts;
 }

@@ -193,14 +193,32 @@ void taskStd(benchmark::State& state) {
 }
 
 // Each case beside its peer, so that both run under the same machine load.
-BENCHMARK(dispatchZor)->Name("pool_dispatch_latency/zor")->Setup(zorSetup)->Teardown(zorTeardown)
-    ->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(dispatchPoco)->Name("pool_dispatch_latency/poco")->Setup(pocoSetup)->Teardown(pocoTeardown)
-    ->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(manyJobsZor)->Name("pool_100k_jobs/zor")->Setup(zorSetup)->Teardown(zorTeardown)->Iterations(5)
-    ->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(manyJobsPoco)->Name("pool_100k_jobs/poco")->Setup(pocoSetup)->Teardown(pocoTeardown)->Iterations(5)
-    ->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(dispatchZor)
+    ->Name("pool_dispatch_latency/zor")
+    ->Setup(zorSetup)
+    ->Teardown(zorTeardown)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(dispatchPoco)
+    ->Name("pool_dispatch_latency/poco")
+    ->Setup(pocoSetup)
+    ->Teardown(pocoTeardown)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(manyJobsZor)
+    ->Name("pool_100k_jobs/zor")
+    ->Setup(zorSetup)
+    ->Teardown(zorTeardown)
+    ->Iterations(5)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(manyJobsPoco)
+    ->Name("pool_100k_jobs/poco")
+    ->Setup(pocoSetup)
+    ->Teardown(pocoTeardown)
+    ->Iterations(5)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(taskZor)->Name("task_execute_async/zor")->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(taskStd)->Name("task_execute_async/std")->UseRealTime()->Unit(benchmark::kMicrosecond);
 

@@ -88,10 +88,10 @@ struct Counters {
 Counters g_counters;
 
 // Every line the demo logs is counted, so that the end can check that none was lost.
-#define DEMO_LOG(...)                 \
-    do {                              \
-        ++g_counters.logCalls;        \
-        ZOR_LOG_INFO(__VA_ARGS__);    \
+#define DEMO_LOG(...)              \
+    do {                           \
+        ++g_counters.logCalls;     \
+        ZOR_LOG_INFO(__VA_ARGS__); \
     } while (0)
 
 void touchTheDisk();
@@ -189,7 +189,8 @@ private:
 
 class EchoClient : public zor::OSThread {
 public:
-    EchoClient(const zor::SockAddress& server, int connections) : m_server(server), m_connections(connections) {}
+    EchoClient(const zor::SockAddress& server, int connections)
+        : m_server(server), m_connections(connections) {}
     ~EchoClient() override { StopAndWait(); }
 
 protected:
@@ -250,7 +251,8 @@ void touchTheDisk() {
 
 int countBackups(const std::string& logPath) {
     int backups = 0;
-    for (int n = 1; n <= 5; ++n) backups += access((logPath + "_" + std::to_string(n)).c_str(), F_OK) == 0 ? 1 : 0;
+    for (int n = 1; n <= 5; ++n)
+        backups += access((logPath + "_" + std::to_string(n)).c_str(), F_OK) == 0 ? 1 : 0;
     return backups;
 }
 
@@ -282,10 +284,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string workDir = zor::filesystem::GetCurWorkDir();
-    std::printf("zor %s demo service in %s, running %d s\n", ZOR_VERSION_STRING, workDir.c_str(), options.iSeconds);
+    std::printf("zor %s demo service in %s, running %d s\n", ZOR_VERSION_STRING, workDir.c_str(),
+                options.iSeconds);
 
     // The logger first: everything below logs. Debug lines stay out (threshold 5).
-    zor::Logger::Instance()->Initialize("demo", "./logs/demo.log", 64, static_cast<ZR_Uint32>(options.iLogLines), 5, 0,
+    zor::Logger::Instance()->Initialize("demo", "./logs/demo.log", 64,
+                                        static_cast<ZR_Uint32>(options.iLogLines), 5, 0,
                                         options.bSyncLog ? 1 : 0);
     const ZR_Uint32 linesBefore = zor::Logger::Instance()->TotalLines();
     DEMO_LOG("demo service starting");
@@ -345,13 +349,13 @@ int main(int argc, char** argv) {
     std::printf("jobs done:          %ld (MD5 of 64 KiB each)\n", g_counters.jobsDone.load());
     std::printf("echo round trips:   %ld on port %u, %ld lost\n", g_counters.echoes.load(), port,
                 g_counters.echoErrors.load());
-    std::printf("log lines written:  %u (%ld kept in the log and its backups), backups: %d\n", logLines, linesKept,
-                countBackups(logPath));
+    std::printf("log lines written:  %u (%ld kept in the log and its backups), backups: %d\n", logLines,
+                linesKept, countBackups(logPath));
     std::printf("log:                %s\n", logPath.c_str());
     std::printf("journal:            %s\n", journalPath.c_str());
     std::printf("threads left:       %d, descriptors left: %d\n", threadsLeft, descriptorsLeft);
-    const bool ok = g_counters.echoErrors == 0 && g_counters.echoes > 0 && g_counters.jobsDone > 0 && bLogOk &&
-                    threadsLeft == 0 && descriptorsLeft == 0;
+    const bool ok = g_counters.echoErrors == 0 && g_counters.echoes > 0 && g_counters.jobsDone > 0 &&
+                    bLogOk && threadsLeft == 0 && descriptorsLeft == 0;
     std::printf("%s\n", ok ? "demo finished cleanly" : "demo FAILED");
     return ok ? 0 : 1;
 }

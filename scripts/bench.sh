@@ -22,7 +22,7 @@ trap 'rm -f "$rows"' EXIT
 for program in "$build"/bench/*Bench; do
     [ -x "$program" ] || continue
     echo "== $(basename "$program")"
-    ZOR_BENCH_MARKDOWN="$rows" "$program" --benchmark_color=false "${args[@]}" | sed -n '/^case /,$p'
+    ZOR_BENCH_MARKDOWN="$rows" "$program" --benchmark_color=false "${args[@]}" 2>/dev/null | sed -n '/^case /,$p'
 done
 
 results=bench/RESULTS.md

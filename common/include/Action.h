@@ -58,8 +58,8 @@ public:
     ///@{
     void SetDetachable(bool bDetachable) { m_bDetachable = bDetachable; }  ///< false while the callback runs
     bool GetDetachable() const { return m_bDetachable; }  ///< false only while the callback runs
-    void SetState(State eState) { m_eState = eState; }  ///< Sets the list the action is in.
-    State GetState() const { return m_eState; }         ///< The list the action is in.
+    void SetState(State eState) { m_eState = eState; }    ///< Sets the list the action is in.
+    State GetState() const { return m_eState; }           ///< The list the action is in.
     /// Sets the manager's tick at which the action entered the pending list.
     void SetSchedTick(ActionTick tick) { m_tickSched = tick; }
     /// The manager's tick at which the action entered the pending list.
@@ -138,7 +138,7 @@ public:
     /// Read without the lock; set them before scheduling. The thread measures its drift against
     /// resolution x interval as they were when it started.
     ///@{
-    void SetResolution(ZR_Int32 ms) { m_iResolution = ms; }  ///< Sets the milliseconds per tick (100).
+    void SetResolution(ZR_Int32 ms) { m_iResolution = ms; }   ///< Sets the milliseconds per tick (100).
     ZR_Int32 GetResolution() const { return m_iResolution; }  ///< Milliseconds per tick.
     /// Sets how many polls pass between two checks for due actions (1: every poll).
     void SetMaxLoops(ZR_Uint32 loops) { m_iMaxLoops = loops; }

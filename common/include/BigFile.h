@@ -39,7 +39,7 @@ public:
     explicit BigFile(const std::string& path);
     /// Closed, mode 0, empty path: only useful to be assigned over.
     BigFile();
-    ~BigFile();  ///< Closes the stream.
+    ~BigFile();                                   ///< Closes the stream.
     BigFile(const BigFile&) = delete;             ///< Not copyable.
     BigFile& operator=(const BigFile&) = delete;  ///< Not copyable.
     /// Hands the stream, mode and path over; the source is left closed.

@@ -36,7 +36,7 @@ public:
     /// Copies `length` bytes from `data` (which may be null when length is 0) and starts at bit 0.
     /// Throws std::runtime_error("wrong ColumbusParser buffer length") when length exceeds MAX_LENGTH.
     ColumbusParser(const ZR_BYTE* data, ZR_Uint32 length);
-    ~ColumbusParser();  ///< Frees the copy of the buffer.
+    ~ColumbusParser();                                          ///< Frees the copy of the buffer.
     ColumbusParser(const ColumbusParser&) = delete;             ///< Not copyable.
     ColumbusParser& operator=(const ColumbusParser&) = delete;  ///< Not copyable.
 

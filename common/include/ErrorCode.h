@@ -22,18 +22,18 @@ enum __ErrorCode : ZR_Int32 {
     E_OK = 0,       ///< Success.
     E_FAILED = -1,  ///< General failure; also "not found".
 
-    E_INVTYPE = -4097,  ///< Wrong type (0xFFFFEFFF); reserved, no operation returns it.
+    E_INVTYPE = -4097,    ///< Wrong type (0xFFFFEFFF); reserved, no operation returns it.
     E_INVPARAM = -4098,   ///< Invalid parameter (empty key or value, missing object).
     E_INVVALUE = -4099,   ///< Invalid value; reserved, no operation returns it.
     E_UNSUPPORT = -4100,  ///< The operation is not supported by this object.
 
-    E_CREATEFAIL = -8193,  ///< Creation failed (0xFFFFDFFF): an epoll set, a temporary file.
-    E_ADDFAIL = -8194,           ///< Adding a registration failed.
-    E_MODIFYFAIL = -8195,        ///< Modifying a registration failed.
-    E_DELETEFAIL = -8196,        ///< Deleting a registration failed.
-    E_WAITFAIL = -8197,          ///< A wait failed; reserved, no operation returns it.
-    E_IOEVENTEXIST = -8198,      ///< The descriptor already has a handler.
-    E_IOEVENTNOTFOUND = -8199,   ///< The descriptor has no handler.
+    E_CREATEFAIL = -8193,       ///< Creation failed (0xFFFFDFFF): an epoll set, a temporary file.
+    E_ADDFAIL = -8194,          ///< Adding a registration failed.
+    E_MODIFYFAIL = -8195,       ///< Modifying a registration failed.
+    E_DELETEFAIL = -8196,       ///< Deleting a registration failed.
+    E_WAITFAIL = -8197,         ///< A wait failed; reserved, no operation returns it.
+    E_IOEVENTEXIST = -8198,     ///< The descriptor already has a handler.
+    E_IOEVENTNOTFOUND = -8199,  ///< The descriptor has no handler.
 };
 
 /// Returns the Chinese message for a code: always the UTF-8 text "未知错误" (12 bytes).

@@ -112,7 +112,7 @@ protected:
     File();
 
     std::string m_filePath;  ///< The path given at construction.
-    ZR_Uint32 m_openMode;  ///< FileOpenMode bits of the last Open(); 0 before
+    ZR_Uint32 m_openMode;    ///< FileOpenMode bits of the last Open(); 0 before
 };
 
 /// A file on an operating-system descriptor.
@@ -123,7 +123,7 @@ protected:
 class PrimeFile : public File {
 public:
     explicit PrimeFile(const std::string& filePath);  ///< A closed file object over filePath.
-    PrimeFile();  ///< A closed file object for an anonymous temporary file.
+    PrimeFile();            ///< A closed file object for an anonymous temporary file.
     ~PrimeFile() override;  ///< Closes the descriptor.
 
     ZR_Int32 Open(ZR_Uint32 openMode) override;
@@ -131,7 +131,7 @@ public:
     ZR_Int32 Read(ZR_BYTE* pData, ZR_Uint32 readLen) override;
     ZR_Int32 Write(const ZR_BYTE* pData, ZR_Uint32 writeLen) override;
     ZR_Int32 ReadLine(ZR_CHAR* pData, ZR_Uint32 readLen) override;  ///< Not supported: always -1.
-    ZR_Int32 WriteLine(const ZR_CHAR* pData) override;             ///< Not supported: always -1.
+    ZR_Int32 WriteLine(const ZR_CHAR* pData) override;              ///< Not supported: always -1.
     /// Moves the position with lseek; pos outside 0..2 is refused.
     /// 0 when the new offset is not negative, else -1.
     ZR_Int32 Seek(ZR_Int64 offset, FileSeekPos pos) override;
@@ -160,7 +160,7 @@ private:
 class StreamFile : public File {
 public:
     explicit StreamFile(const std::string& filePath);  ///< A closed file object over filePath.
-    StreamFile();  ///< A closed file object for an anonymous temporary file (tmpfile()).
+    StreamFile();            ///< A closed file object for an anonymous temporary file (tmpfile()).
     ~StreamFile() override;  ///< Closes the stream.
 
     ZR_Int32 Open(ZR_Uint32 openMode) override;

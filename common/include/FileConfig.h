@@ -45,7 +45,7 @@ class FileConfig {
 public:
     /// Creates the file object over path; nothing is opened until Initialize().
     FileConfig(const std::string& path, ZR_BOOL readonly);
-    ~FileConfig();  ///< Closes the file.
+    ~FileConfig();                                      ///< Closes the file.
     FileConfig(const FileConfig&) = delete;             ///< Not copyable.
     FileConfig& operator=(const FileConfig&) = delete;  ///< Not copyable.
 

@@ -68,9 +68,9 @@ enum __FILESYSTEM_ERRORCODE {
 /// One directory entry. The numeric fields start as "unknown" (FT_UNKNOWN, 0, -1) so that a default
 /// record never holds indeterminate values.
 struct FileInfo {
-    FileInfo() = default;                             ///< An "unknown" record.
-    FileInfo(const FileInfo&) = default;              ///< Copyable.
-    FileInfo(FileInfo&&) = default;                   ///< Movable.
+    FileInfo() = default;                            ///< An "unknown" record.
+    FileInfo(const FileInfo&) = default;             ///< Copyable.
+    FileInfo(FileInfo&&) = default;                  ///< Movable.
     FileInfo& operator=(const FileInfo&) = default;  ///< Copyable.
     FileInfo& operator=(FileInfo&&) = default;       ///< Movable.
 
@@ -83,8 +83,8 @@ struct FileInfo {
     ZR_Int64 FileSize = -1;        ///< Bytes; -1 when unknown.
     /// Last content modification, seconds since the epoch; -1 when unknown.
     ZR_Int64 LastTime = -1;
-    std::string BaseDir;           ///< The parent directory, ending with "/".
-    std::string Name;              ///< The last name.
+    std::string BaseDir;  ///< The parent directory, ending with "/".
+    std::string Name;     ///< The last name.
     /// Name from its last "." on (".gz" of "a.tar.gz"); empty without a dot.
     std::string Suffix;
 };
@@ -205,7 +205,7 @@ protected:
 //// @name Path concatenation
 /// Copy the left side (text is parsed), then Path::PushDir() the right side's text.
 ///@{
-Path operator+(const Path& path, const Path& pathr);      ///< path, then pathr's text pushed on.
+Path operator+(const Path& path, const Path& pathr);       ///< path, then pathr's text pushed on.
 Path operator+(const Path& path, const std::string& str);  ///< path, then str pushed on.
 Path operator+(const std::string& str, const Path& path);  ///< str parsed, then path's text pushed on.
 ///@}
@@ -254,7 +254,7 @@ public:
     ///@{
     /// A __FILE_TYPE value (FT_UNKNOWN, -1, for a type not listed or when lstat fails).
     ZR_INT GetFileType() const;
-    ZR_Int64 GetFileSize() const;   ///< st_size in bytes, or -1.
+    ZR_Int64 GetFileSize() const;  ///< st_size in bytes, or -1.
     /// st_blocks times st_blksize (that product, not the 512-byte count), or -1.
     ZR_Int64 GetFileUsage() const;
     ZR_Int64 LastVisitTime() const;          ///< Last access (st_atime), or -1.
@@ -283,8 +283,7 @@ public:
     /// Appends a record of each entry whose name begins with pre.
     ZR_INT GetFileListByPre(std::list<FileInfo>& list, const std::string& pre, ZR_Uint32 type) const;
     /// Appends the names ending with suffix.
-    ZR_INT GetFileListBySuffix(std::list<std::string>& list, const std::string& suffix,
-                               ZR_Uint32 type) const;
+    ZR_INT GetFileListBySuffix(std::list<std::string>& list, const std::string& suffix, ZR_Uint32 type) const;
     /// Appends a record of each entry whose name ends with suffix.
     ZR_INT GetFileListBySuffix(std::list<FileInfo>& list, const std::string& suffix, ZR_Uint32 type) const;
     ///@}
@@ -357,13 +356,13 @@ ZR_BOOL IsHidden(const std::string& path);
 /// @name ExecPath operations by path text
 /// Each of the following is ExecPath(path) and the member of the same name.
 ///@{
-ZR_INT GetFileType(const std::string& path);                        ///< ExecPath::GetFileType().
-FileInfo GetFileInfo(const std::string& path);                      ///< ExecPath::GetFileInfo().
-ZR_INT CreateDir(const std::string& path);                          ///< ExecPath::CreateDir().
-ZR_INT Remove(const std::string& path, ZR_BOOL isForce);            ///< ExecPath::Remove().
-ZR_INT Rename(const std::string& path, const std::string& name);    ///< ExecPath::Rename().
-ZR_INT Move(const std::string& path, const std::string& newpath);   ///< ExecPath::Move().
-ZR_INT ClearDir(const std::string& path, ZR_Uint32 type);           ///< ExecPath::ClearDir().
+ZR_INT GetFileType(const std::string& path);                       ///< ExecPath::GetFileType().
+FileInfo GetFileInfo(const std::string& path);                     ///< ExecPath::GetFileInfo().
+ZR_INT CreateDir(const std::string& path);                         ///< ExecPath::CreateDir().
+ZR_INT Remove(const std::string& path, ZR_BOOL isForce);           ///< ExecPath::Remove().
+ZR_INT Rename(const std::string& path, const std::string& name);   ///< ExecPath::Rename().
+ZR_INT Move(const std::string& path, const std::string& newpath);  ///< ExecPath::Move().
+ZR_INT ClearDir(const std::string& path, ZR_Uint32 type);          ///< ExecPath::ClearDir().
 /// ExecPath::GetFileList(), names.
 ZR_INT GetFileList(const std::string& path, std::list<std::string>& list, ZR_Uint32 type);
 /// ExecPath::GetFileList(), records.
@@ -375,8 +374,8 @@ ZR_INT GetFileListByPre(const std::string& path, std::list<std::string>& list, c
 ZR_INT GetFileListByPre(const std::string& path, std::list<FileInfo>& list, const std::string& pre,
                         ZR_Uint32 type);
 /// ExecPath::GetFileListBySuffix(), names.
-ZR_INT GetFileListBySuffix(const std::string& path, std::list<std::string>& list,
-                           const std::string& suffix, ZR_Uint32 type);
+ZR_INT GetFileListBySuffix(const std::string& path, std::list<std::string>& list, const std::string& suffix,
+                           ZR_Uint32 type);
 /// ExecPath::GetFileListBySuffix(), records.
 ZR_INT GetFileListBySuffix(const std::string& path, std::list<FileInfo>& list, const std::string& suffix,
                            ZR_Uint32 type);

@@ -33,15 +33,15 @@ void UninitOSNetwork();
 /// InitOSNetwork() and the destructor with UninitOSNetwork().
 class IPAddressImp {
 public:
-    virtual ZR_Uint32 Size() const = 0;    ///< Bytes of the raw address: 4, 16 or 108.
-    virtual ZR_Uint32 Scope() const = 0;   ///< IPv6 interface index, else 0.
-    virtual ZR_Uint32 Family() const = 0;  ///< A value of __ADDR_FAMILY.
+    virtual ZR_Uint32 Size() const = 0;        ///< Bytes of the raw address: 4, 16 or 108.
+    virtual ZR_Uint32 Scope() const = 0;       ///< IPv6 interface index, else 0.
+    virtual ZR_Uint32 Family() const = 0;      ///< A value of __ADDR_FAMILY.
     virtual std::string ToString() const = 0;  ///< The text form (see IPAddress).
-    virtual const void* Addr() const = 0;  ///< Raw bytes inside the object, network byte order.
-    virtual ZR_BOOL IsWildcard() const = 0;   ///< 1 for the any-address (0.0.0.0 or ::).
-    virtual ZR_BOOL IsBroadcast() const = 0;  ///< 1 for the IPv4 limited broadcast 255.255.255.255.
-    virtual ZR_BOOL IsLoopback() const = 0;   ///< 1 for a loopback address (127.0.0.0/8 or ::1).
-    virtual ZR_BOOL IsMulticast() const = 0;  ///< 1 for a multicast address.
+    virtual const void* Addr() const = 0;      ///< Raw bytes inside the object, network byte order.
+    virtual ZR_BOOL IsWildcard() const = 0;    ///< 1 for the any-address (0.0.0.0 or ::).
+    virtual ZR_BOOL IsBroadcast() const = 0;   ///< 1 for the IPv4 limited broadcast 255.255.255.255.
+    virtual ZR_BOOL IsLoopback() const = 0;    ///< 1 for a loopback address (127.0.0.0/8 or ::1).
+    virtual ZR_BOOL IsMulticast() const = 0;   ///< 1 for a multicast address.
     /// Copies Size() raw bytes from pAddr (for Unix: a path, at most 108 characters). Returns 0.
     virtual ZR_INT SetAddress(const void* pAddr) = 0;
     /// Calls UninitOSNetwork().
@@ -58,7 +58,7 @@ protected:
 /// An IPv4 address (4 bytes, network byte order).
 class IPv4IPAddressImp : public IPAddressImp {
 public:
-    IPv4IPAddressImp();                           ///< 0.0.0.0
+    IPv4IPAddressImp();                            ///< 0.0.0.0
     explicit IPv4IPAddressImp(const void* pAddr);  ///< copies 4 bytes
 
     /// Parses IPv4 text with the system's permissive parser (127.1, 0x7f.0.0.1 and the like are
@@ -72,8 +72,8 @@ public:
     const void* Addr() const override;
     ZR_BOOL IsWildcard() const override;
     ZR_BOOL IsBroadcast() const override;
-    ZR_BOOL IsLoopback() const override;   ///< 1 for 127.0.0.0/8.
-    ZR_BOOL IsMulticast() const override;  ///< 1 for 224.0.0.0/4.
+    ZR_BOOL IsLoopback() const override;            ///< 1 for 127.0.0.0/8.
+    ZR_BOOL IsMulticast() const override;           ///< 1 for 224.0.0.0/4.
     ZR_INT SetAddress(const void* pAddr) override;  ///< Copies 4 bytes; returns 0.
 
 private:
@@ -83,9 +83,9 @@ private:
 /// An IPv6 address (16 bytes) with an interface index as scope.
 class IPv6IPAddressImp : public IPAddressImp {
 public:
-    IPv6IPAddressImp();                                            ///< ::, scope 0
-    explicit IPv6IPAddressImp(const void* pAddr);                  ///< 16 bytes, scope 0
-    IPv6IPAddressImp(const void* pAddr, ZR_Uint32 uScope);         ///< 16 bytes and the scope
+    IPv6IPAddressImp();                                     ///< ::, scope 0
+    explicit IPv6IPAddressImp(const void* pAddr);           ///< 16 bytes, scope 0
+    IPv6IPAddressImp(const void* pAddr, ZR_Uint32 uScope);  ///< 16 bytes and the scope
 
     /// Parses IPv6 text. Without a `%` the whole text must be an IPv6 address (scope 0). With one, the part
     /// before it (after an optional leading '[') is the address and the rest names the interface whose index

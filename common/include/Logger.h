@@ -108,8 +108,8 @@ public:
     /// One line tagged PREFIX_DEBUG, written only when level > the threshold (unsigned): level 0 never,
     /// and raising the threshold hides more. A line that is not written does not count on the semaphore
     /// either.
-    void LogDebug(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, ZR_UINT level, const ZR_CHAR* fmt, ...)
-        __attribute__((format(printf, 6, 7)));
+    void LogDebug(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, ZR_UINT level, const ZR_CHAR* fmt,
+                  ...) __attribute__((format(printf, 6, 7)));
     ///@}
 
 protected:
@@ -121,8 +121,8 @@ protected:
     Logger& operator=(const Logger&) = delete;  ///< Not copyable.
 
     /// The synchronous path: formats the line and writes it, counting and separating, under the lock.
-    void doLog(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix, const ZR_CHAR* fmt,
-               va_list args);
+    void doLog(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
+               const ZR_CHAR* fmt, va_list args);
     /// The asynchronous path: formats the line and queues it for the writer thread.
     void doLogAsync(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                     const ZR_CHAR* fmt, va_list args);

@@ -55,9 +55,9 @@ bool operator==(const Route& lhs, const Route& rhs);
 
 /// One configured IPv4 interface address.
 struct NICInfo {
-    IPAddress broadcast;  ///< The broadcast address of the interface's network.
-    IPAddress ipaddr;     ///< The interface's IPv4 address; the key of equality.
-    IPAddress netmask;    ///< The network mask.
+    IPAddress broadcast;            ///< The broadcast address of the interface's network.
+    IPAddress ipaddr;               ///< The interface's IPv4 address; the key of equality.
+    IPAddress netmask;              ///< The network mask.
     ZR_ULONG iNICIndex = 0;         ///< the kernel's interface index
     ZR_ULONG eNICType = NIC_OTHER;  ///< a __NIC_TYPE code
     std::string sNICName;           ///< interface name (an alias label such as "eth0:1" where one is set)

@@ -18,11 +18,11 @@ namespace zor {
 /// UninitOSNetwork() like every address object.
 class SockAddressImp {
 public:
-    virtual IPAddress Host() const = 0;  ///< The host part as an address value.
-    virtual ZR_Uint16 Port() const = 0;  ///< The port, host byte order.
-    virtual ZR_SOCKLEN Size() const = 0;  ///< Bytes of the stored record.
-    virtual ZR_Uint32 Family() const = 0;  ///< A value of __ADDR_FAMILY.
-    virtual int SinFamily() const = 0;  ///< The system family stored in the record (AF_INET, ...).
+    virtual IPAddress Host() const = 0;        ///< The host part as an address value.
+    virtual ZR_Uint16 Port() const = 0;        ///< The port, host byte order.
+    virtual ZR_SOCKLEN Size() const = 0;       ///< Bytes of the stored record.
+    virtual ZR_Uint32 Family() const = 0;      ///< A value of __ADDR_FAMILY.
+    virtual int SinFamily() const = 0;         ///< The system family stored in the record (AF_INET, ...).
     virtual const sockaddr* Addr() const = 0;  ///< The stored record, ready for bind() or connect().
     /// Calls UninitOSNetwork().
     virtual ~SockAddressImp();
@@ -38,7 +38,7 @@ protected:
 /// An IPv4 endpoint stored as a sockaddr_in.
 class IPv4SockAddressImp : public SockAddressImp {
 public:
-    IPv4SockAddressImp();  ///< 0.0.0.0:0
+    IPv4SockAddressImp();                                   ///< 0.0.0.0:0
     explicit IPv4SockAddressImp(const sockaddr_in* pAddr);  ///< copies the 16-byte record as it is
     /// pAddr: 4 address bytes, or nullptr for 0.0.0.0.
     IPv4SockAddressImp(const void* pAddr, ZR_Uint16 uPort);
@@ -77,13 +77,13 @@ private:
 /// A Unix-domain endpoint stored as a sockaddr_un.
 class UnixSockAddressImp : public SockAddressImp {
 public:
-    UnixSockAddressImp();  ///< empty path
+    UnixSockAddressImp();                                   ///< empty path
     explicit UnixSockAddressImp(const sockaddr_un* pAddr);  ///< copies the full 110-byte record
     /// Keeps at most 108 characters; a path of 108 or more fills sun_path with no terminating zero.
     explicit UnixSockAddressImp(const std::string& sPath);
 
-    IPAddress Host() const override;  ///< a Unix IPAddress holding the path
-    ZR_Uint16 Port() const override;  ///< always 0
+    IPAddress Host() const override;   ///< a Unix IPAddress holding the path
+    ZR_Uint16 Port() const override;   ///< always 0
     ZR_SOCKLEN Size() const override;  ///< always 110
     ZR_Uint32 Family() const override;
     int SinFamily() const override;
@@ -120,7 +120,7 @@ private:
 /// @endcode
 class SockAddress {
 public:
-    SockAddress();  ///< 0.0.0.0:0
+    SockAddress();                          ///< 0.0.0.0:0
     explicit SockAddress(ZR_Uint16 uPort);  ///< 0.0.0.0:uPort
     /// IPv4 or IPv6 host with uPort (an IPv6 scope is not carried over), or a Unix host whose text
     /// becomes the path (uPort ignored). Throws "Invalid address family!" for any other family.

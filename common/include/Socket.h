@@ -172,8 +172,8 @@ protected:
     ZR_INT getOption(int iLevel, int iName, int& iValue) const;      ///< getRawOption() of an int.
     ZR_INT getOption(int iLevel, int iName, unsigned int& uValue) const;  ///< getRawOption() of an unsigned.
     ZR_INT getOption(int iLevel, int iName, unsigned char& ucValue) const;  ///< getRawOption() of one byte.
-    ZR_INT getOption(int iLevel, int iName, ip_mreq& value) const;   ///< getRawOption() of an ip_mreq.
-    ZR_INT getOption(int iLevel, int iName, in_addr& value) const;   ///< getRawOption() of an in_addr.
+    ZR_INT getOption(int iLevel, int iName, ip_mreq& value) const;          ///< getRawOption() of an ip_mreq.
+    ZR_INT getOption(int iLevel, int iName, in_addr& value) const;          ///< getRawOption() of an in_addr.
     /// Sets an int-sized on/off option, writing 1 or 0. 0 or -1.
     ZR_INT setFlag(int iLevel, int iName, ZR_BOOL bOn);
     /// Reads an int-sized on/off option: 1 only when the query succeeds and the value is non-zero.

@@ -45,8 +45,8 @@ public:
     /// @name Not supported
     /// A listener does not carry data: each returns E_UNSUPPORT.
     ///@{
-    ZR_INT Connect(const SockAddress& addr) override;  ///< Not supported: E_UNSUPPORT.
-    ZR_INT RecvBytes(ZR_BYTE* pBuf, ZR_Uint32 uLen) override;  ///< Not supported: E_UNSUPPORT.
+    ZR_INT Connect(const SockAddress& addr) override;                ///< Not supported: E_UNSUPPORT.
+    ZR_INT RecvBytes(ZR_BYTE* pBuf, ZR_Uint32 uLen) override;        ///< Not supported: E_UNSUPPORT.
     ZR_INT SendBytes(const ZR_BYTE* pBuf, ZR_Uint32 uLen) override;  ///< Not supported: E_UNSUPPORT.
     /// Not supported: E_UNSUPPORT.
     ZR_INT SendBytes(const ZR_BYTE* pBuf, ZR_Uint32 uLen, const SockAddress& to) override;

@@ -34,15 +34,15 @@ enum __POLICY {
 
 /// Thread stack sizes in bytes.
 enum __STACKSIZE {
-    STACK_MIN = 16384,             ///< 16 KiB, the POSIX minimum.
-    STACK_NORMAL = 2097152,        ///< 2 MiB.
-    STACK_MAX = 16777216,          ///< 16 MiB.
-    DEFAULT_STACKSIZE = 2097152,   ///< The stack of a new OSThread: 2 MiB.
+    STACK_MIN = 16384,            ///< 16 KiB, the POSIX minimum.
+    STACK_NORMAL = 2097152,       ///< 2 MiB.
+    STACK_MAX = 16777216,         ///< 16 MiB.
+    DEFAULT_STACKSIZE = 2097152,  ///< The stack of a new OSThread: 2 MiB.
 };
 
-typedef pthread_t STTid;       ///< A thread id.
+typedef pthread_t STTid;        ///< A thread id.
 typedef pthread_attr_t STAttr;  ///< A set of thread attributes.
-typedef pthread_key_t STKey;   ///< A key of thread-specific data.
+typedef pthread_key_t STKey;    ///< A key of thread-specific data.
 
 /// The base of every thread in the library and of a service's own long-lived workers.
 ///
@@ -103,10 +103,10 @@ public:
     /// Sets a label only; refused (0) while running, otherwise 1.
     ZR_BOOL SetThreadName(const std::string& sName);
 
-    ZR_Int32 GetStackSize() const { return m_iStackSize; }  ///< The stack size in bytes last set.
-    ZR_Int32 GetCPUIndex() const { return m_iCPUIndex; }    ///< The bound CPU, -1 for none.
-    ZR_Int32 GetPolicy() const { return m_iPolicy; }        ///< The policy last stored.
-    ZR_Int32 GetPriority() const { return m_iPriority; }    ///< The priority level last stored.
+    ZR_Int32 GetStackSize() const { return m_iStackSize; }        ///< The stack size in bytes last set.
+    ZR_Int32 GetCPUIndex() const { return m_iCPUIndex; }          ///< The bound CPU, -1 for none.
+    ZR_Int32 GetPolicy() const { return m_iPolicy; }              ///< The policy last stored.
+    ZR_Int32 GetPriority() const { return m_iPriority; }          ///< The priority level last stored.
     const std::string& GetThreadName() const { return m_sName; }  ///< The label; empty by default.
     /// The thread's id while running, all ones otherwise.
     STTid GetTid() const;

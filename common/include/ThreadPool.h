@@ -35,10 +35,10 @@ public:
     virtual void Run() = 0;
 
 protected:
-    ZR_Uint32 m_jobNo;       ///< The serial number.
-    ZR_BOOL m_toDeleted;     ///< 1 (the default): the worker deletes the job after Run(); 0: the owner does.
-    std::string m_jobName;   ///< The name given at construction.
-    void* m_jobData;         ///< The data given at construction, not owned.
+    ZR_Uint32 m_jobNo;      ///< The serial number.
+    ZR_BOOL m_toDeleted;    ///< 1 (the default): the worker deletes the job after Run(); 0: the owner does.
+    std::string m_jobName;  ///< The name given at construction.
+    void* m_jobData;        ///< The data given at construction, not owned.
 
 private:
     CJob(const CJob&) = delete;
@@ -139,7 +139,7 @@ public:
     /// Read without a lock; set them before Initialize().
     ///@{
     void SetMaxThreadNum(ZR_Uint32 num) { m_maxNum = num; }  ///< Sets the most workers there may be (30).
-    ZR_Uint32 GetMaxThreadNum() const { return m_maxNum; }  ///< The most workers there may be.
+    ZR_Uint32 GetMaxThreadNum() const { return m_maxNum; }   ///< The most workers there may be.
     /// Sets the idle count below which the pool grows (4).
     void SetLowIdleThreadNum(ZR_Uint32 num) { m_availLow = num; }
     ZR_Uint32 GetLowIdleThreadNum() const { return m_availLow; }  ///< The idle count below which it grows.
@@ -147,7 +147,7 @@ public:
     void SetHighIdleThreadNum(ZR_Uint32 num) { m_availHigh = num; }
     ZR_Uint32 GetHighIdleThreadNum() const { return m_availHigh; }  ///< The idle count above which it trims.
     void SetInitThreadNum(ZR_Uint32 num) { m_initNum = num; }  ///< Sets the workers started at first (10).
-    ZR_Uint32 GetInitThreadNum() const { return m_initNum; }  ///< The workers started by Initialize().
+    ZR_Uint32 GetInitThreadNum() const { return m_initNum; }   ///< The workers started by Initialize().
     ///@}
     /// Workers counted idle; read without a lock, so it may lag a hand-over in progress.
     ZR_Uint32 GetIdleThreadNum() const { return m_availNum; }

@@ -46,23 +46,23 @@ typedef __iSCSI_RTS_CODE iSCSI_RTS;  ///< A result of a CiSCSIUtils operation.
 
 /// Numbers of the command table, with the command each runs; the two bounds have no command text.
 enum __iSCSI_CMD_ON_LINUX {
-    iSCSI_CMD_BEGIN = 85,            ///< Lower bound, no command.
-    iSCSI_CMD_GET_PORTALS,           ///< iscsiadm -m node
-    iSCSI_CMD_DISCOVERY,             ///< iscsiadm -m discovery -t st
-    iSCSI_CMD_LOGIN_PORTAL,          ///< iscsiadm -m node -l
-    iSCSI_CMD_LOGIN_ALL,             ///< iscsiadm -m node -L all
-    iSCSI_CMD_LOGOUT_PORTAL,         ///< iscsiadm -m node -u
-    iSCSI_CMD_LOGOUT_ALL,            ///< iscsiadm -m node -U all
-    iSCSI_CMD_RESCAN_SESSION,        ///< iscsiadm -m session -R
-    iSCSI_CMD_RESCAN_ALL,            ///< iscsiadm -m session -R all
-    iSCSI_CMD_GET_SESSIONS,          ///< iscsiadm -m session
-    iSCSI_CMD_GET_SESSION_STATUS,    ///< iscsiadm -m session -P 1
-    iSCSI_CMD_GET_SESSION_DEVICES,   ///< iscsiadm -m session -P 3
-    iSCSI_CMD_START_DAEMON,          ///< /etc/init.d/iscsid force-start
-    iSCSI_CMD_STOP_DAEMON,           ///< killall -q -9 iscsid
-    iSCSI_CMD_WATCH_DAEMON,          ///< ps -e | grep iscsid
-    iSCSI_CMD_REMOVE_PORTAL,         ///< iscsiadm -m node -o delete
-    iSCSI_CMD_END,                   ///< Upper bound, no command.
+    iSCSI_CMD_BEGIN = 85,           ///< Lower bound, no command.
+    iSCSI_CMD_GET_PORTALS,          ///< iscsiadm -m node
+    iSCSI_CMD_DISCOVERY,            ///< iscsiadm -m discovery -t st
+    iSCSI_CMD_LOGIN_PORTAL,         ///< iscsiadm -m node -l
+    iSCSI_CMD_LOGIN_ALL,            ///< iscsiadm -m node -L all
+    iSCSI_CMD_LOGOUT_PORTAL,        ///< iscsiadm -m node -u
+    iSCSI_CMD_LOGOUT_ALL,           ///< iscsiadm -m node -U all
+    iSCSI_CMD_RESCAN_SESSION,       ///< iscsiadm -m session -R
+    iSCSI_CMD_RESCAN_ALL,           ///< iscsiadm -m session -R all
+    iSCSI_CMD_GET_SESSIONS,         ///< iscsiadm -m session
+    iSCSI_CMD_GET_SESSION_STATUS,   ///< iscsiadm -m session -P 1
+    iSCSI_CMD_GET_SESSION_DEVICES,  ///< iscsiadm -m session -P 3
+    iSCSI_CMD_START_DAEMON,         ///< /etc/init.d/iscsid force-start
+    iSCSI_CMD_STOP_DAEMON,          ///< killall -q -9 iscsid
+    iSCSI_CMD_WATCH_DAEMON,         ///< ps -e | grep iscsid
+    iSCSI_CMD_REMOVE_PORTAL,        ///< iscsiadm -m node -o delete
+    iSCSI_CMD_END,                  ///< Upper bound, no command.
 };
 
 /// One SCSI disk attached through an iSCSI session. Numbers wrap at 256.
@@ -240,8 +240,8 @@ protected:
     iSCSI_RTS executeCommand(ZR_UINT command, const std::string& param, std::string& outFile);
 
     static std::map<ZR_UINT, std::string> m_mapCommandTable;  ///< Filled by the first Initialize().
-    static std::string m_sDefaultParam;                        ///< Empty: the fragment of plain commands.
-    IPSAN_TYPE m_iIPSANType;  ///< The kind given at construction.
+    static std::string m_sDefaultParam;                       ///< Empty: the fragment of plain commands.
+    IPSAN_TYPE m_iIPSANType;                                  ///< The kind given at construction.
 
 private:
     /// Runs a command and removes its output unread; returns the runner's result.

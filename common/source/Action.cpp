@@ -5,8 +5,8 @@
 
 #include "Logger.h"
 #include "OSTime.h"
-#include "SysUtils.h"
 #include "Singleton.h"
+#include "SysUtils.h"
 
 namespace zor {
 
@@ -103,7 +103,9 @@ void Action::Wait4Detachable() {
 
 // ---- ActionMgr: lifecycle ----
 
-ActionMgr* ActionMgr::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new ActionMgr(); }); }
+ActionMgr* ActionMgr::Instance() {
+    return detail::instanceOf(_instance, _mutex, [] { return new ActionMgr(); });
+}
 
 void ActionMgr::DestroyInstance() {
     detail::destroyInstance(_instance, _mutex, [](ActionMgr* mgr) { delete mgr; });
@@ -182,8 +184,9 @@ void ActionMgr::scheduleImp(Action* a, ActionTime ms, ZR_BOOL head) {
     if (a == nullptr) return;
     const ActionTick delay = actionTime2Ticks(ms);
     const ActionTick now = m_atTicks;
-    log()->LogDebug(LogFileName(__FILE__), "scheduleImp", __LINE__, 3, "Action %s is scheduled at %lld, delay ticks = %lld",
-                    a->Name().c_str(), asLong(now), asLong(delay));
+    log()->LogDebug(LogFileName(__FILE__), "scheduleImp", __LINE__, 3,
+                    "Action %s is scheduled at %lld, delay ticks = %lld", a->Name().c_str(), asLong(now),
+                    asLong(delay));
     const Action::State state = a->GetState();
     switch (state) {
         case Action::STATE_SCHEDULED:
@@ -250,7 +253,7 @@ ZR_Int32 ActionMgr::ModActionTime(Action* a, ActionTime ms) {
     ScopedLock hold(m_mtxLock);
     if (findAndEraseAction(m_listPend, a) != 0) return -1;
     const bool bWasSorted = m_bPendSorted;
-    scheduleImp(a, ms, 0);    // logs the re-schedule: the state is still waiting
+    scheduleImp(a, ms, 0);       // logs the re-schedule: the state is still waiting
     m_bPendSorted = bWasSorted;  // the old entry is gone, so the order holds
     return 0;
 }
@@ -305,8 +308,8 @@ void ActionMgr::checkAction(ActionTick now) {
         } else {
             a->SetState(Action::STATE_SCHEDULED);
             m_listActive.push_back(a);
-            log()->LogDebug(LogFileName(__FILE__), "checkAction", __LINE__, 1, "Action %s turns to be STATE_SCHEDULED",
-                            a->Name().c_str());
+            log()->LogDebug(LogFileName(__FILE__), "checkAction", __LINE__, 1,
+                            "Action %s turns to be STATE_SCHEDULED", a->Name().c_str());
         }
         m_listPend.pop_front();
     }
@@ -315,11 +318,13 @@ void ActionMgr::checkAction(ActionTick now) {
 
 void ActionMgr::Poll() {
     if (m_bInProgress) {
-        log()->LogWarn(LogFileName(__FILE__), "Poll", CONCURRENT_POLL_LINE, "!!!!Concurrent poll is not recommended");
+        log()->LogWarn(LogFileName(__FILE__), "Poll", CONCURRENT_POLL_LINE,
+                       "!!!!Concurrent poll is not recommended");
     }
     RelockableLock lock(m_mtxLock);
-    log()->LogDebug(LogFileName(__FILE__), "Poll", __LINE__, 1, "current ticks = %lld, pre ticks = %lld, loops = %d",
-                    asLong(m_atTicks), asLong(m_atPreTicks), static_cast<int>(m_iSchedLoops));
+    log()->LogDebug(LogFileName(__FILE__), "Poll", __LINE__, 1,
+                    "current ticks = %lld, pre ticks = %lld, loops = %d", asLong(m_atTicks),
+                    asLong(m_atPreTicks), static_cast<int>(m_iSchedLoops));
     if (++m_iSchedLoops >= m_iMaxLoops) {
         m_iSchedLoops = 0;
         if (m_atTicks != m_atPreTicks) {
@@ -383,7 +388,8 @@ void ActionMgr::activatePollList() {
             log()->LogError(LogFileName(__FILE__), "Poll", __LINE__, "Poll list: actor %s state corrupted",
                             a->Name().c_str());
         }
-        log()->LogDebug(LogFileName(__FILE__), "Poll", __LINE__, 1, "Action %s is activated", a->Name().c_str());
+        log()->LogDebug(LogFileName(__FILE__), "Poll", __LINE__, 1, "Action %s is activated",
+                        a->Name().c_str());
         a->SetState(Action::STATE_SCHEDULED);
         m_listActive.push_back(a);
     }
@@ -412,8 +418,11 @@ void ActionMgr::Entry() {
             poll();  // one catch-up poll without sleeping, however far behind
         } else if (count == interval) {
             const ZR_Uint64 now = OSTime::GetOSTick();
-            lag = static_cast<ZR_Int64>((now - last) * 1000 / OSTime::GetOSFreq()) - expected;
-            last = now;
+            const ZR_Uint64 elapsedMs = (now - last) * 1000 / OSTime::GetOSFreq();
+            lag = static_cast<ZR_Int64>(elapsedMs) - expected;
+            // Only whole milliseconds are compensated; the fraction left over counts in the next
+            // round instead of being dropped, so the tick does not slip a little every round.
+            last += elapsedMs * OSTime::GetOSFreq() / 1000;
             count = 0;
         } else {
             SysUtils::DelayMseconds(static_cast<ZR_Int32>(resolution - lag));

@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "OSTime.h"
-#include "StringUtils.h"
 #include "Singleton.h"
+#include "StringUtils.h"
 
 // ---- Path: parsing, normalisation and text ----
 
@@ -322,7 +322,9 @@ Printer::Printer() : m_inited(0), m_mutex(0), m_enable(0) {}
 
 Printer::~Printer() { Dispose(); }
 
-Printer* Printer::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new Printer(); }); }
+Printer* Printer::Instance() {
+    return detail::instanceOf(_instance, _mutex, [] { return new Printer(); });
+}
 
 void Printer::DestroyInstance() {
     detail::destroyInstance(_instance, _mutex, [](Printer* printer) { delete printer; });
@@ -445,14 +447,22 @@ bool lstatText(const std::string& text, struct stat& info) { return lstat(text.c
 
 ZR_INT typeOfMode(mode_t mode) {
     switch (mode & S_IFMT) {
-        case S_IFREG: return FT_REG;
-        case S_IFDIR: return FT_DIRC;
-        case S_IFLNK: return FT_LINK;
-        case S_IFBLK: return FT_BLOCK;
-        case S_IFCHR: return FT_CHAR;
-        case S_IFIFO: return FT_FIFO;
-        case S_IFSOCK: return FT_SOCKET;
-        default: return FT_UNKNOWN;
+        case S_IFREG:
+            return FT_REG;
+        case S_IFDIR:
+            return FT_DIRC;
+        case S_IFLNK:
+            return FT_LINK;
+        case S_IFBLK:
+            return FT_BLOCK;
+        case S_IFCHR:
+            return FT_CHAR;
+        case S_IFIFO:
+            return FT_FIFO;
+        case S_IFSOCK:
+            return FT_SOCKET;
+        default:
+            return FT_UNKNOWN;
     }
 }
 
@@ -798,8 +808,8 @@ ZR_INT GetFileListByPre(const std::string& path, std::list<FileInfo>& list, cons
     return ExecPath(path).GetFileListByPre(list, pre, type);
 }
 
-ZR_INT GetFileListBySuffix(const std::string& path, std::list<std::string>& list,
-                           const std::string& suffix, ZR_Uint32 type) {
+ZR_INT GetFileListBySuffix(const std::string& path, std::list<std::string>& list, const std::string& suffix,
+                           ZR_Uint32 type) {
     return ExecPath(path).GetFileListBySuffix(list, suffix, type);
 }
 

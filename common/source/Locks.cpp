@@ -77,7 +77,9 @@ void RWLock::WriteLock() {
     detail::throwOnError(pthread_rwlock_wrlock(&m_rw), "Cannot write lock RW lock, error = ");
 }
 
-void RWLock::Unlock() { detail::throwOnError(pthread_rwlock_unlock(&m_rw), "Cannot unlock RW lock, error = "); }
+void RWLock::Unlock() {
+    detail::throwOnError(pthread_rwlock_unlock(&m_rw), "Cannot unlock RW lock, error = ");
+}
 
 ZR_BOOL RWLock::TryReadLock() {
     const int iError = pthread_rwlock_tryrdlock(&m_rw);

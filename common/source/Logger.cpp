@@ -74,7 +74,9 @@ void appendAsFormat(std::string& out, const char* text) {
     }
 }
 
-std::string backupName(const std::string& path, ZR_Uint32 number) { return path + "_" + std::to_string(number); }
+std::string backupName(const std::string& path, ZR_Uint32 number) {
+    return path + "_" + std::to_string(number);
+}
 
 // Single-quotes a word for the shell, so that a directory with blanks or quotes stays one argument.
 std::string shellQuoted(const std::string& word) {
@@ -91,7 +93,9 @@ std::string shellQuoted(const std::string& word) {
 
 }  // namespace
 
-Logger* Logger::Instance() { return detail::instanceOf(_instance, _mutex, [] { return new Logger(); }); }
+Logger* Logger::Instance() {
+    return detail::instanceOf(_instance, _mutex, [] { return new Logger(); });
+}
 
 void Logger::DestroyInstance() {
     detail::destroyInstance(_instance, _mutex, [](Logger* logger) { delete logger; });
@@ -136,8 +140,9 @@ void Logger::Initialize(const std::string& configPath) {
         config.GetValue("sync", sync);
     }
     Initialize(module, file, static_cast<ZR_Uint32>(std::atoi(mbytes.c_str())),
-               static_cast<ZR_Uint32>(std::atoi(lines.c_str())), static_cast<ZR_Uint32>(std::atoi(level.c_str())),
-               std::atoi(foreground.c_str()), std::atoi(sync.c_str()));
+               static_cast<ZR_Uint32>(std::atoi(lines.c_str())),
+               static_cast<ZR_Uint32>(std::atoi(level.c_str())), std::atoi(foreground.c_str()),
+               std::atoi(sync.c_str()));
 }
 
 void Logger::Initialize(const std::string& module, const std::string& file, ZR_Uint32 mbytes, ZR_Uint32 lines,
@@ -189,12 +194,12 @@ void Logger::logWithPrefix(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line
     m_sem.Signal();  // also before Initialize: the count then grows with nobody to take it
 }
 
-#define ZOR_DEFINE_LOG_LEVEL(name, prefix)                                                         \
+#define ZOR_DEFINE_LOG_LEVEL(name, prefix)                                                              \
     void Logger::name(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* fmt, ...) { \
-        va_list args;                                                                              \
-        va_start(args, fmt);                                                                       \
-        logWithPrefix(file, func, line, prefix, fmt, args);                                        \
-        va_end(args);                                                                              \
+        va_list args;                                                                                   \
+        va_start(args, fmt);                                                                            \
+        logWithPrefix(file, func, line, prefix, fmt, args);                                             \
+        va_end(args);                                                                                   \
     }
 ZOR_DEFINE_LOG_LEVEL(LogInfo, PREFIX_INFO)
 ZOR_DEFINE_LOG_LEVEL(LogWarn, PREFIX_WARN)
@@ -202,8 +207,8 @@ ZOR_DEFINE_LOG_LEVEL(LogError, PREFIX_ERROR)
 ZOR_DEFINE_LOG_LEVEL(LogAlert, PREFIX_ALERT)
 #undef ZOR_DEFINE_LOG_LEVEL
 
-void Logger::LogDebug(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, ZR_UINT level, const ZR_CHAR* fmt,
-                      ...) {
+void Logger::LogDebug(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, ZR_UINT level,
+                      const ZR_CHAR* fmt, ...) {
     if (level <= m_iDebugLevel.load(std::memory_order_relaxed)) return;
     va_list args;
     va_start(args, fmt);

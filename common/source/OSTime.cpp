@@ -33,8 +33,8 @@ constexpr ZR_Uint32 unpack(ZR_Uint64 packed, Field field) {
 // Writes "YYYY-MM-DD<sep>HH:MM:SS" for the fields.
 std::string formatDateTime(const OSTime& t, char separator) {
     char text[80];
-    std::snprintf(text, sizeof text, "%04u-%02u-%02u%c%02u:%02u:%02u", t.year, t.month, t.day, separator, t.hour,
-                  t.minute, t.second);
+    std::snprintf(text, sizeof text, "%04u-%02u-%02u%c%02u:%02u:%02u", t.year, t.month, t.day, separator,
+                  t.hour, t.minute, t.second);
     return text;
 }
 
@@ -53,16 +53,20 @@ OSTime::OSTime(ZR_Uint64 packed)
 
 OSTime::OSTime(const std::string& s) : year(0), month(0), day(0), hour(0), minute(0), second(0), usecond(0) {
     const char* text = s.c_str();
-    int fields = std::sscanf(text, "%u-%u-%u %u:%u:%u.%u", &year, &month, &day, &hour, &minute, &second, &usecond);
+    int fields =
+        std::sscanf(text, "%u-%u-%u %u:%u:%u.%u", &year, &month, &day, &hour, &minute, &second, &usecond);
     if (fields == 3) {
         // The date matched but no blank followed it: try the ISO separator.
-        fields = std::sscanf(text, "%u-%u-%uT%u:%u:%u.%u", &year, &month, &day, &hour, &minute, &second, &usecond);
+        fields =
+            std::sscanf(text, "%u-%u-%uT%u:%u:%u.%u", &year, &month, &day, &hour, &minute, &second, &usecond);
     }
     if (fields != 6 && fields != 7) throw std::runtime_error("wrong format of OSTime string");
     if (!timeIsValid()) throw std::runtime_error("invalid time of OSTime string");
 }
 
-OSTime::OSTime(ZR_Uint32 seconds, ZR_Uint32 useconds) { setFromEpoch(static_cast<time_t>(seconds), useconds); }
+OSTime::OSTime(ZR_Uint32 seconds, ZR_Uint32 useconds) {
+    setFromEpoch(static_cast<time_t>(seconds), useconds);
+}
 
 void OSTime::setFromEpoch(time_t seconds, ZR_Uint32 useconds) {
     tm local{};
@@ -132,7 +136,9 @@ bool OSTime::operator<(const OSTime& other) const {
     return usecond < other.usecond;
 }
 
-bool OSTime::operator==(const OSTime& other) const { return Syssec() == other.Syssec() && usecond == other.usecond; }
+bool OSTime::operator==(const OSTime& other) const {
+    return Syssec() == other.Syssec() && usecond == other.usecond;
+}
 
 bool OSTime::operator!=(const OSTime& other) const { return !(*this == other); }
 

@@ -44,18 +44,19 @@ ZR_BOOL StringUtils::IsBeginStr(const std::string& str, const std::string& prefi
 }
 
 ZR_BOOL StringUtils::IsEndStr(const std::string& str, const std::string& suffix) {
-    return suffix.size() <= str.size() &&
-                   str.compare(str.size() - suffix.size(), suffix.size(), suffix) == 0
+    return suffix.size() <= str.size() && str.compare(str.size() - suffix.size(), suffix.size(), suffix) == 0
                ? 1
                : 0;
 }
 
 void StringUtils::Split(const std::string& str, ZR_CHAR sep, std::list<std::string>& out) {
-    splitInto(str, [sep](char c) { return c == sep; }, out);
+    splitInto(
+        str, [sep](char c) { return c == sep; }, out);
 }
 
 void StringUtils::Split(const std::string& str, ZR_CHAR sep, std::vector<std::string>& out) {
-    splitInto(str, [sep](char c) { return c == sep; }, out);
+    splitInto(
+        str, [sep](char c) { return c == sep; }, out);
 }
 
 void StringUtils::Split(const std::string& str, std::set<char> seps, std::list<std::string>& out) {

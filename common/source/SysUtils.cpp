@@ -157,7 +157,8 @@ ZR_Int32 SysUtils::DelayUseconds(ZR_Int32 us) {
     const SteadyClock::time_point end = SteadyClock::now() + std::chrono::microseconds(us);
     timeval tv{0, us};
     while (::select(0, nullptr, nullptr, nullptr, &tv) == -1 && errno == EINTR) {
-        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - SteadyClock::now()).count();
+        const auto left =
+            std::chrono::duration_cast<std::chrono::microseconds>(end - SteadyClock::now()).count();
         if (left <= 0) break;
         tv = timeval{0, static_cast<suseconds_t>(left)};
     }

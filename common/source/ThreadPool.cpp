@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "Logger.h"
-#include "SysUtils.h"
 #include "Singleton.h"
+#include "SysUtils.h"
 
 // Last, and with NDEBUG lifted: a null job must end the process in release builds too.
 #undef NDEBUG
@@ -58,7 +58,8 @@ private:
 ZR_Uint32 CJob::_jobNo = 0;
 Mutex CJob::_jobNoMutex(0);
 
-CJob::CJob(const std::string& name, void* data) : m_jobNo(0), m_toDeleted(1), m_jobName(name), m_jobData(data) {
+CJob::CJob(const std::string& name, void* data)
+    : m_jobNo(0), m_toDeleted(1), m_jobName(name), m_jobData(data) {
     ScopedLock hold(_jobNoMutex);
     m_jobNo = _jobNo++;
 }

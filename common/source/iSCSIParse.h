@@ -98,7 +98,8 @@ inline void parseTargetList(std::istream& in, const char* pszIp, std::vector<ISC
         ISCSIPortal entry;
         copyBounded(entry.szIPAddr, address);
         copyBounded(entry.szTargetIQN, words[1]);
-        entry.iPort = static_cast<ZR_USHORT>(colon == std::string::npos ? 0 : toInt(portal.c_str() + colon + 1));
+        entry.iPort =
+            static_cast<ZR_USHORT>(colon == std::string::npos ? 0 : toInt(portal.c_str() + colon + 1));
         portals.push_back(entry);
     }
 }

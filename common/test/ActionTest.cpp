@@ -85,8 +85,8 @@ TEST_F(ActionMgrTest, DelaysCountTicksFromNowAndEqualTicksRunNewestFirst) {
     polls(9);  // the tick is now 10
     runs.clear();
     Action* older = make("older", runs);
-    m_mgr->NewAction(older, 300);               // due at tick 13
-    m_mgr->NewAction(make("newer", runs), 399);  // 3 ticks as well: the same due tick, scheduled later
+    m_mgr->NewAction(older, 300);                 // due at tick 13
+    m_mgr->NewAction(make("newer", runs), 399);   // 3 ticks as well: the same due tick, scheduled later
     m_mgr->NewAction(make("sooner", runs), 250);  // due at tick 12
     EXPECT_EQ(Action::STATE_WAITING, older->GetState());
     polls(2);  // ticks 10 and 11
@@ -141,10 +141,12 @@ TEST_F(ActionMgrTest, ModActionTimeCountsFromNow) {
 TEST_F(ActionMgrTest, MisuseIsLoggedWithItsFixedLines) {
     std::vector<std::string> runs;
     m_mgr->DeleteAction(make("never", runs));
-    EXPECT_NE(std::string::npos,
-              logText().find("(Action.cpp:DeleteAction:288) Warn:  Wrong actor never state 3, cannot be deleted"));
-    EXPECT_NE(std::string::npos,
-              logText().find("(Action.cpp:DeleteAction:297) Warn:  The actor is not existed: actor state = 5"));
+    EXPECT_NE(
+        std::string::npos,
+        logText().find("(Action.cpp:DeleteAction:288) Warn:  Wrong actor never state 3, cannot be deleted"));
+    EXPECT_NE(
+        std::string::npos,
+        logText().find("(Action.cpp:DeleteAction:297) Warn:  The actor is not existed: actor state = 5"));
     Action* invalid = make("invalid", runs);
     invalid->SetState(Action::STATE_UNKNOWN);
     m_mgr->Schedule(invalid);
@@ -178,7 +180,12 @@ TEST(ActionMgrThread, RunsDueActionsOnItsOwnTick) {
     zor::Logger::Instance()->Initialize("Test", dir / "thread.log", 64, 1000000, 5, 0, 1);
     std::atomic<int> runs{0};
     Action a("tick");
-    a.SetProcessor([](void* d) { ++*static_cast<std::atomic<int>*>(d); return 0; }, &runs);
+    a.SetProcessor(
+        [](void* d) {
+            ++*static_cast<std::atomic<int>*>(d);
+            return 0;
+        },
+        &runs);
     ActionMgr::Instance()->NewAction(&a, 200);
     for (int i = 0; i < 1000 && runs == 0; ++i) zor::SysUtils::DelayMseconds(10);
     EXPECT_EQ(1, runs.load());

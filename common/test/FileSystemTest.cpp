@@ -287,8 +287,7 @@ TEST_F(FileSystemTest, ListingsFilterByTypePrefixAndSuffixWithoutLeaking) {
     EXPECT_EQ(-1, ExecPath(at("none")).GetDirectoryContentSize());
     struct stat info;
     ASSERT_EQ(0, lstat(at("d/log1").c_str(), &info));
-    EXPECT_EQ(static_cast<ZR_Int64>(info.st_blocks) * info.st_blksize,
-              ExecPath(at("d/log1")).GetFileUsage());
+    EXPECT_EQ(static_cast<ZR_Int64>(info.st_blocks) * info.st_blksize, ExecPath(at("d/log1")).GetFileUsage());
     EXPECT_EQ(1, ExecPath(at("d/loglink")).IsLinkFile());
     EXPECT_FALSE(dir.GetBigFilePtr());
     EXPECT_EQ(at("d/log1"), ExecPath(at("d/log1")).GetStreamFilePtr()->GetFilePath());

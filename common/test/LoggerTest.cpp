@@ -50,7 +50,8 @@ TEST_F(LoggerTest, SyncLinesHaveTheLayoutPrefixesAndPercentRule) {
     ZOR_LOG_INFO("%s", std::string(300, 'x').c_str());
     const auto lines = linesOf(path);
     ASSERT_EQ(7U, lines.size());
-    const std::regex layout(R"(\{Mod\} \[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] \(LoggerTest\.cpp:TestBody:\d+\) Info:  value 42)");
+    const std::regex layout(
+        R"(\{Mod\} \[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] \(LoggerTest\.cpp:TestBody:\d+\) Info:  value 42)");
     EXPECT_TRUE(std::regex_match(lines[0], layout)) << lines[0];
     EXPECT_EQ("Warn:  w", messageOf(lines[1]));
     EXPECT_EQ("Error: e", messageOf(lines[2]));

@@ -58,8 +58,8 @@ zor::OSTime randomValidTime(std::mt19937& rng) {
 }
 
 bool sameFields(const zor::OSTime& a, const zor::OSTime& b) {
-    return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour && a.minute == b.minute &&
-           a.second == b.second && a.usecond == b.usecond;
+    return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour &&
+           a.minute == b.minute && a.second == b.second && a.usecond == b.usecond;
 }
 
 TEST(OSTimeRoundTrip, TextAndPackedFormsReproduceRandomTimesAndPackedOrderIsChronological) {

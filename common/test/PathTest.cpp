@@ -32,9 +32,9 @@ void expectNormalised(const Path& path, const std::string& text) {
 
 TEST(PathNormalise, FollowsTheTableAndTheAppendRules) {
     const std::pair<const char*, const char*> table[] = {
-        {"a//b/../c", "./a/c"}, {"/a/./b/", "/a/b"}, {"/a/../../b", "/b"}, {"../a", "../a"},
-        {"a/../..", ".."},      {"./../..", "../.."}, {"\\x\\y", "/x/y"},    {"", "."},
-        {"/", "/"},
+        {"a//b/../c", "./a/c"}, {"/a/./b/", "/a/b"}, {"/a/../../b", "/b"},
+        {"../a", "../a"},       {"a/../..", ".."},   {"./../..", "../.."},
+        {"\\x\\y", "/x/y"},     {"", "."},           {"/", "/"},
     };
     for (const auto& row : table) EXPECT_EQ(row.second, Path(row.first).ToString()) << row.first;
 
@@ -75,12 +75,12 @@ TEST(PathNormalise, RandomTextsAgreeWithTheStandardLibraryAndRoundTrip) {
 }
 
 TEST(PathParts, BaseLeafAndPopDirKeepTheirAsymmetry) {
-    const char* const base[][2] = {{"/a/b", "/a/"}, {"/a", "/"},     {"/", "/"},        {"./a", "./"},
-                                   {".", "../"},    {"a/b", "./a/"}, {"..", "../../"},
-                                   {"../..", "../../../"}};
+    const char* const base[][2] = {{"/a/b", "/a/"},  {"/a", "/"},           {"/", "/"},
+                                   {"./a", "./"},    {".", "../"},          {"a/b", "./a/"},
+                                   {"..", "../../"}, {"../..", "../../../"}};
     for (const auto& row : base) EXPECT_EQ(row[1], Path(row[0]).GetBasePath()) << row[0];
-    const char* const leaf[][2] = {{"/a/b", "b"}, {"/", "/"}, {".", "."}, {"..", "../"}, {"../..", "../"},
-                                   {"../../..", "../../"}};
+    const char* const leaf[][2] = {{"/a/b", "b"}, {"/", "/"},       {".", "."},
+                                   {"..", "../"}, {"../..", "../"}, {"../../..", "../../"}};
     for (const auto& row : leaf) EXPECT_EQ(row[1], Path(row[0]).GetLeafName()) << row[0];
     EXPECT_EQ("", Path().GetBasePath());
     EXPECT_EQ("", Path().GetLeafName());

@@ -59,7 +59,8 @@ TEST(FaultDiskFull, JournalDropsLinesOnAFullDiskWithoutChangingResultsAndWritesA
     zortest::ScratchDir dir;
     zortest::WorkDir here(dir.Path());
     const std::string journal = ".filesystem." + std::to_string(getpid()) + ".log";
-    if (makeFullDevice(dir, journal).empty()) GTEST_SKIP() << "cannot make a full-device node here (needs root)";
+    if (makeFullDevice(dir, journal).empty())
+        GTEST_SKIP() << "cannot make a full-device node here (needs root)";
     zor::Path::SetOutput(1);
     EXPECT_EQ(0, zor::filesystem::CreateDir(dir / "lost"));  // the change happens; only its line is lost
     EXPECT_TRUE(zor::SysUtils::IsDirectoryFile(dir / "lost"));
@@ -100,9 +101,10 @@ TEST(FaultNoDescriptors, EveryOpenFailsAsSpecifiedAndWorksAgainOnceDescriptorsAr
         if (zortest::thrownMessage([] { zor::TCPSocket socket(1); }) != "create socket failed!") return 1;
         zor::PrimeFile prime(filePath);
         zor::StreamFile stream(filePath);
-        if (prime.Open(zor::File::OpenModeWrite) != -1 || stream.Open(zor::File::OpenModeWrite) != -1) return 2;
-        const std::string error =
-            zortest::thrownMessage([&] { zor::Logger::Instance()->Initialize("Fd", logPath, 1, 100, 0, 0, 1); });
+        if (prime.Open(zor::File::OpenModeWrite) != -1 || stream.Open(zor::File::OpenModeWrite) != -1)
+            return 2;
+        const std::string error = zortest::thrownMessage(
+            [&] { zor::Logger::Instance()->Initialize("Fd", logPath, 1, 100, 0, 0, 1); });
         if (error != "open logger file failed!!") return 3;
         for (int fd : spare) close(fd);
         zor::TCPSocket socket(1);

@@ -94,7 +94,7 @@ TEST(SocketSharing, TheLastHolderClosesInEveryOrder) {
             c = b;  // c's own descriptor had no other holder
             zor::TCPSocket& alias = c;
             c = alias;  // a self-assignment must neither close nor free
-            b = a;  // a copy of the same descriptor
+            b = a;      // a copy of the same descriptor
         }
         EXPECT_TRUE(isOpen(iFd));
         zor::TCPSocket other(1);

@@ -80,8 +80,8 @@ TEST(SysUtilsFiles, TypeTestsLookAtTheRightObject) {
     EXPECT_EQ(0, SysUtils::IsDirectoryFile(dir / "link"));
     EXPECT_EQ(1, SysUtils::IsDeviceFile("/dev/null"));
     EXPECT_EQ(0, SysUtils::IsDeviceFile(dir / "missing"));
-    for (auto test : {SysUtils::IsLinkFile, SysUtils::IsDeviceFile, SysUtils::IsDirectoryFile,
-                      SysUtils::IsHiddenFile}) {
+    for (auto test :
+         {SysUtils::IsLinkFile, SysUtils::IsDeviceFile, SysUtils::IsDirectoryFile, SysUtils::IsHiddenFile}) {
         EXPECT_EQ("File path must not be empty!!", zortest::thrownMessage([&] { test(""); }));
     }
     EXPECT_EQ(0, SysUtils::IsHiddenFile("."));

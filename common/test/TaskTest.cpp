@@ -12,7 +12,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 long msSince(Clock::time_point start) {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
 // Remembers which thread ran it and whether that thread had been asked to stop while the work ran.

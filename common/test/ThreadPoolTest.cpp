@@ -83,7 +83,8 @@ TEST_F(ThreadPoolTest, GrowsBelowLowWaterMarkAndTrimsIdleSurplusBackToInitialSiz
 
     pool()->SetHighIdleThreadNum(100);  // no trimming while the idle count climbs
     for (int i = 0; i < 6; ++i) gate.Signal();
-    ASSERT_TRUE(waitUntil([] { return pool()->GetIdleThreadNum() == 15 && pool()->GetBusyThreadNum() == 2; }));
+    ASSERT_TRUE(
+        waitUntil([] { return pool()->GetIdleThreadNum() == 15 && pool()->GetBusyThreadNum() == 2; }));
     pool()->SetHighIdleThreadNum(12);
     ASSERT_TRUE(waitUntil([] { return pool()->GetAllThreadNum() == 12; }));
     EXPECT_EQ(10U, pool()->GetIdleThreadNum());  // 15 - (15 - 10)
@@ -104,10 +105,12 @@ TEST_F(ThreadPoolTest, QueuedJobsRunInArrivalOrderAndKeptJobsAreNotDeleted) {
     std::vector<ZR_Uint32> order;
     std::vector<std::unique_ptr<FnJob>> jobs;
     for (int i = 0; i < 20; ++i) {
-        jobs.emplace_back(new FnJob([&order, &orderMutex, i] {
-            zor::ScopedLock hold(orderMutex);
-            order.push_back(static_cast<ZR_Uint32>(i));
-        }, true));
+        jobs.emplace_back(new FnJob(
+            [&order, &orderMutex, i] {
+                zor::ScopedLock hold(orderMutex);
+                order.push_back(static_cast<ZR_Uint32>(i));
+            },
+            true));
         if (i > 0) {
             EXPECT_EQ(jobs[i - 1]->GetJobNo() + 1, jobs[i]->GetJobNo());
         }

@@ -113,7 +113,8 @@ TEST(OSThreadSettings, PolicyOnARunningThreadReachesTheSystem) {
     Probe probe(true);
     probe.Start();
     ASSERT_TRUE(probe.WaitEntered());
-    const std::string error = zortest::thrownMessage([&] { EXPECT_EQ(1, probe.SetPolicy(zor::POLICY_FIFO)); });
+    const std::string error =
+        zortest::thrownMessage([&] { EXPECT_EQ(1, probe.SetPolicy(zor::POLICY_FIFO)); });
     if (!error.empty()) {
         EXPECT_EQ("Set thread schedule policy failed", error);
         GTEST_SKIP() << "this machine refuses real-time scheduling";

@@ -97,7 +97,8 @@ protected:
     void SetUp() override {
         const std::string bin = m_dir / "bin";
         ASSERT_EQ(0, std::system(("cp -r '" + kFakes + "/bin' '" + bin + "' && chmod 755 '" + bin +
-                                  "'/* && mkdir '" + (m_dir / "replies") + "'").c_str()));
+                                  "'/* && mkdir '" + (m_dir / "replies") + "'")
+                                     .c_str()));
         m_path = std::getenv("PATH");
         setenv("ZOR_FAKE_DIR", m_dir.Path().c_str(), 1);
         setenv("PATH", (bin + ":" + m_path).c_str(), 1);
@@ -194,9 +195,15 @@ TEST_F(ISCSI, DiscoveryKeepsThePortalsTargetsAndCutsAddressesAtTheFirstColon) {
 
 TEST_F(ISCSI, UnsafeTextsNeverReachTheShell) {
     DaemonRuns();
-    char* bad[] = {nullptr, const_cast<char*>(""), const_cast<char*>("1.2.3.4;touch x"),
-                   const_cast<char*>("$(id)"), const_cast<char*>("a b"), const_cast<char*>("x>y"),
-                   const_cast<char*>("a|b"), const_cast<char*>("`id`"), const_cast<char*>("a\nb")};
+    char* bad[] = {nullptr,
+                   const_cast<char*>(""),
+                   const_cast<char*>("1.2.3.4;touch x"),
+                   const_cast<char*>("$(id)"),
+                   const_cast<char*>("a b"),
+                   const_cast<char*>("x>y"),
+                   const_cast<char*>("a|b"),
+                   const_cast<char*>("`id`"),
+                   const_cast<char*>("a\nb")};
     std::vector<zor::ISCSIPortal> portals;
     std::vector<zor::ISCSIDISK> disks;
     std::vector<zor::SCSIDEVICE> devices;
@@ -232,12 +239,14 @@ TEST_F(ISCSI, SessionStatusCountAndLunLookupFollowTheToolsOutput) {
     ZR_UINT count = 0;
     EXPECT_EQ(zor::iSCSI_RTS_SUCCEED, m_iscsi.iSCSIGetSessionDeviceCount(kDiskA, count));
     EXPECT_EQ(2u, count);  // LUN 0 has no disk
-    EXPECT_EQ((Lines{"iscsiadm -m session -P 1", "iscsiadm -m session -R all", "iscsiadm -m session -P 3 -r 12"}),
-              Commands());
+    EXPECT_EQ(
+        (Lines{"iscsiadm -m session -P 1", "iscsiadm -m session -R all", "iscsiadm -m session -P 3 -r 12"}),
+        Commands());
     zor::SCSIDEVICE device;
     EXPECT_EQ(zor::iSCSI_RTS_SUCCEED, m_iscsi.iSCSIGetAttachedDeviceByLun(kDiskA, 2, device));
-    EXPECT_EQ((Lines{"iscsiadm -m session -P 1", "iscsiadm -m session -R -r 12", "iscsiadm -m session -P 3 -r 12"}),
-              Commands());
+    EXPECT_EQ(
+        (Lines{"iscsiadm -m session -P 1", "iscsiadm -m session -R -r 12", "iscsiadm -m session -P 3 -r 12"}),
+        Commands());
     EXPECT_EQ(4, device.iHost);
     EXPECT_EQ(0, device.iChannel + device.iTarget);
     EXPECT_EQ(2, device.iLun);
@@ -254,7 +263,8 @@ TEST_F(ISCSI, DeviceReaderSpinsOnAChannelLineFollowedByAPlainLine) {
         return std::string("returned");
     });
     // Wait until the tool has run, so the output file is known, then give the reader time to return.
-    for (int slice = 0; slice < 1200 && lines(readFile(m_dir / "outputs.log")).empty(); ++slice) usleep(50000);
+    for (int slice = 0; slice < 1200 && lines(readFile(m_dir / "outputs.log")).empty(); ++slice)
+        usleep(50000);
     EXPECT_FALSE(child.Exited(2));
     EXPECT_EQ("", child.Kill());
     for (const std::string& out : lines(readFile(m_dir / "outputs.log"))) std::remove(out.c_str());
@@ -270,10 +280,11 @@ TEST_F(ISCSI, LoginLogsOutALiveSessionFirstThenListsTheNewDisks) {
     EXPECT_STREQ("/dev/sdc", devices[0].szPath);
     EXPECT_EQ(1, devices[0].iLun);
     const std::string portal = std::string(" -T ") + kDiskA + " -p 192.168.1.7";
-    EXPECT_EQ((Lines{"iscsiadm -m node", "iscsiadm -m discovery -t st -p 192.168.1.7", kWatch[0], kWatch[1],
-                     "iscsiadm -m session -P 1", "iscsiadm -m node -u" + portal, "iscsiadm -m node -l" + portal,
-                     "iscsiadm -m session -P 1", "iscsiadm -m session -P 3 -r 12"}),
-              Commands());
+    EXPECT_EQ(
+        (Lines{"iscsiadm -m node", "iscsiadm -m discovery -t st -p 192.168.1.7", kWatch[0], kWatch[1],
+               "iscsiadm -m session -P 1", "iscsiadm -m node -u" + portal, "iscsiadm -m node -l" + portal,
+               "iscsiadm -m session -P 1", "iscsiadm -m session -P 3 -r 12"}),
+        Commands());
 }
 
 TEST_F(ISCSI, PortalLogoutSkipsTargetsWithoutSessionAndUnsafeNames) {
@@ -281,10 +292,11 @@ TEST_F(ISCSI, PortalLogoutSkipsTargetsWithoutSessionAndUnsafeNames) {
     Reply("iscsiadm -m node", "node.txt", "192.168.1.7:3260,1 iqn.evil;touch${IFS}x\n");
     Reply("iscsiadm -m session", "session.txt");
     EXPECT_EQ(zor::iSCSI_RTS_SUCCEED, m_iscsi.iSCSILogoutIPSAN(kPortal7));
-    EXPECT_EQ((Lines{kWatch[0], kWatch[1], "iscsiadm -m discovery -t st -p 192.168.1.7", "iscsiadm -m node",
-                     "iscsiadm -m session", "iscsiadm -m node -u -T " + std::string(kDiskA) + " -p 192.168.1.7",
-                     "iscsiadm -m session"}),
-              Commands());
+    EXPECT_EQ(
+        (Lines{kWatch[0], kWatch[1], "iscsiadm -m discovery -t st -p 192.168.1.7", "iscsiadm -m node",
+               "iscsiadm -m session", "iscsiadm -m node -u -T " + std::string(kDiskA) + " -p 192.168.1.7",
+               "iscsiadm -m session"}),
+        Commands());
 }
 
 TEST_F(ISCSI, LoginAllWaitsThenLogoutAllDoesNot) {
@@ -303,7 +315,8 @@ std::string privateEtc(const std::string& scratch) {
         mount("overlay", "/etc", "overlay", 0, options.c_str()) != 0) {
         return std::string("SKIP no private /etc: ") + std::strerror(errno);
     }
-    return std::system(("mkdir -p /etc/init.d && cp " + scratch + "/bin/iscsid-init /etc/init.d/iscsid").c_str()) == 0
+    return std::system(
+               ("mkdir -p /etc/init.d && cp " + scratch + "/bin/iscsid-init /etc/init.d/iscsid").c_str()) == 0
                ? ""
                : "SKIP cannot place the init script";
 }
@@ -339,7 +352,8 @@ TEST_F(ISCSI, InitiatorNameAndDaemonRestartInAPrivateEtc) {
     const std::string report = child.Kill();
     if (report.compare(0, 4, "SKIP") == 0) GTEST_SKIP() << report;
     EXPECT_EQ("", report);
-    EXPECT_EQ((Lines{kWatch[0], kWatch[1], "killall -q -9 iscsid", "/etc/init.d/iscsid force-start"}), Commands());
+    EXPECT_EQ((Lines{kWatch[0], kWatch[1], "killall -q -9 iscsid", "/etc/init.d/iscsid force-start"}),
+              Commands());
 }
 
 }  // namespace
