@@ -76,6 +76,17 @@ bool openOutput(const std::string& file, std::ifstream& in) {
     return in.is_open();
 }
 
+// Copies the first device with the LUN into `device`.
+iSCSI_RTS deviceByLun(const std::vector<SCSIDEVICE>& devices, ZR_UCHAR lun, SCSIDEVICE& device) {
+    for (const SCSIDEVICE& candidate : devices) {
+        if (candidate.iLun == lun) {
+            device = candidate;
+            return iSCSI_RTS_SUCCEED;
+        }
+    }
+    return iSCSI_RTS_DEVICE_INEXISTED;
+}
+
 }  // namespace
 
 SCSIDEVICE::SCSIDEVICE() : iHost(0), iChannel(0), iTarget(0), iLun(0), szPath() {}
@@ -179,13 +190,7 @@ iSCSI_RTS CiSCSIUtils::iSCSILoginIPSANDevice(char* ip, char* target, ZR_UCHAR lu
     std::vector<SCSIDEVICE> devices;
     const iSCSI_RTS rc = iSCSILoginIPSANTarget(ip, target, devices);
     if (rc != iSCSI_RTS_SUCCEED) return rc;
-    for (const SCSIDEVICE& candidate : devices) {
-        if (candidate.iLun == lun) {
-            device = candidate;
-            return iSCSI_RTS_SUCCEED;
-        }
-    }
-    return iSCSI_RTS_DEVICE_INEXISTED;
+    return deviceByLun(devices, lun, device);
 }
 
 iSCSI_RTS CiSCSIUtils::iSCSILogoutALL() {
@@ -243,13 +248,7 @@ iSCSI_RTS CiSCSIUtils::iSCSIGetAttachedDeviceByLun(char* target, ZR_UCHAR lun, S
     std::vector<SCSIDEVICE> devices;
     const iSCSI_RTS rc = getSessionDevices(sid, devices);
     if (rc != iSCSI_RTS_SUCCEED) return rc;
-    for (const SCSIDEVICE& candidate : devices) {
-        if (candidate.iLun == lun) {
-            device = candidate;
-            return iSCSI_RTS_SUCCEED;
-        }
-    }
-    return iSCSI_RTS_DEVICE_INEXISTED;
+    return deviceByLun(devices, lun, device);
 }
 
 // ---- initiator name ----
