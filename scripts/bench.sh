@@ -37,6 +37,7 @@ results=bench/RESULTS.md
     echo "| operation | zor | peer | ratio | target | verdict |"
     echo "|---|---|---|---|---|---|"
     cat "$rows"
+    [ -f bench/NOTES.md ] && cat bench/NOTES.md
 } > "$results"
 echo
 echo "== all results (also in $results)"
