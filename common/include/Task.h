@@ -76,6 +76,9 @@ private:
     std::atomic<RetType> m_result;
     ZR_Uint32 m_delay;
     Semaphore m_sema;
+    /// Set just before m_sema is signalled, so that the caller can poll for the work's end without taking
+    /// the semaphore's lock.
+    std::atomic<bool> m_bSignalled{false};
 };
 
 }  // namespace zor

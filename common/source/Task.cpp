@@ -45,7 +45,8 @@ RetType TaskExecutor::ExecuteTask(ZR_BOOL waitRst) {
         // The stop flag is raised only after the work: a task that polls IsStop() runs to its end.
         // Quick work is usually done within a few scheduler turns; polling for it first spares the
         // caller a sleep on the semaphore on top of the one in the join.
-        for (int i = 0; i < POLLS_BEFORE_SLEEP && m_sema.Count() == 0; ++i) sched_yield();
+        for (int i = 0; i < POLLS_BEFORE_SLEEP && !m_bSignalled.load(std::memory_order_acquire); ++i)
+            sched_yield();
         m_sema.Wait();
         StopAndWait();
     }
@@ -57,6 +58,7 @@ void TaskExecutor::Entry() {
         if (m_delay != 0) delayMseconds(m_delay);
         m_result = m_task->ExecuteSync();
     }
+    m_bSignalled.store(true, std::memory_order_release);
     m_sema.Signal();
 }
 
