@@ -73,10 +73,16 @@ public:
     const std::string& Name() const { return m_sName; }
 
 private:
+    friend class ActionMgr;
+    // Callbacks of this action running right now (more than one only under concurrent polls). Deleting
+    // an action whose callback runs must not mark it detachable, or its destructor would not wait.
+    bool inCallback() const { return m_iCallbacks.load() != 0; }
+
     std::atomic<State> m_eState;
     std::atomic<bool> m_bDetachable;  ///< false only while the callback runs
-    ActionTick m_tickSched;           ///< the manager's tick when the action entered the pending list
-    ActionTick m_tickDelay;           ///< due tick = m_tickSched + m_tickDelay
+    std::atomic<int> m_iCallbacks{0};
+    ActionTick m_tickSched;  ///< the manager's tick when the action entered the pending list
+    ActionTick m_tickDelay;  ///< due tick = m_tickSched + m_tickDelay
     void* m_pData;
     ActionCallback m_callback;
     std::string m_sName;
@@ -165,6 +171,8 @@ private:
     void scheduleImp(Action* a, ActionTime ms, ZR_BOOL head);
     void insertPending(Action* a, ActionTick due);
     class RelockableLock;
+    class CallbackScope;
+    static void releaseUnlessRunning(Action* a);
     bool runActiveList(RelockableLock& lock);
     void activatePollList();
 

@@ -24,18 +24,6 @@ Logger* log() { return Logger::Instance(); }
 
 long long asLong(ActionTick tick) { return static_cast<long long>(tick); }
 
-// Marks an action detachable again when its callback ends, also when the callback throws.
-class DetachOnExit {
-public:
-    explicit DetachOnExit(Action* a) : m_action(a) {}
-    ~DetachOnExit() { m_action->SetDetachable(true); }
-    DetachOnExit(const DetachOnExit&) = delete;
-    DetachOnExit& operator=(const DetachOnExit&) = delete;
-
-private:
-    Action* m_action;
-};
-
 }  // namespace
 
 // Holds a mutex that the holder may give up and take back; releases it on every way out, so that an
@@ -60,6 +48,28 @@ public:
 private:
     Mutex& m_mutex;
     bool m_bHeld = false;
+};
+
+// Runs one callback with the manager's lock given up. The action counts as running until the lock is
+// back, and it is marked detachable again under the lock, also when the callback throws: a DeleteAction
+// racing with the end of the callback then sees either a running action or a detachable one, never a
+// moment in which the owner could free the action before this scope last touched it.
+class ActionMgr::CallbackScope {
+public:
+    CallbackScope(Action* a, RelockableLock& lock) : m_action(a), m_lock(lock) {
+        ++m_action->m_iCallbacks;
+        m_lock.Unlock();
+    }
+    ~CallbackScope() {
+        m_lock.Lock();
+        if (--m_action->m_iCallbacks == 0) m_action->SetDetachable(true);
+    }
+    CallbackScope(const CallbackScope&) = delete;
+    CallbackScope& operator=(const CallbackScope&) = delete;
+
+private:
+    Action* m_action;
+    RelockableLock& m_lock;
 };
 
 // ---- Action ----
@@ -258,6 +268,12 @@ ZR_Int32 ActionMgr::ModActionTime(Action* a, ActionTime ms) {
     return 0;
 }
 
+// An action rescheduled by its own callback (or by another thread while the callback runs) is waiting
+// again while still busy: it becomes detachable only when that callback returns.
+void ActionMgr::releaseUnlessRunning(Action* a) {
+    if (!a->inCallback()) a->SetDetachable(true);
+}
+
 void ActionMgr::DeleteAction(Action* a) {
     if (a == nullptr) return;
     ScopedLock hold(m_mtxLock);
@@ -265,7 +281,7 @@ void ActionMgr::DeleteAction(Action* a) {
     switch (a->GetState()) {
         case Action::STATE_WAITING:
             found = findAndEraseAction(m_listPend, a);
-            a->SetDetachable(true);
+            releaseUnlessRunning(a);
             break;
         case Action::STATE_SCHEDULED:
             found = findAndEraseAction(m_listActive, a);
@@ -273,7 +289,7 @@ void ActionMgr::DeleteAction(Action* a) {
             break;
         case Action::STATE_POLL_WAITING:
             found = findAndEraseAction(m_listPoll, a);
-            a->SetDetachable(true);
+            releaseUnlessRunning(a);
             break;
         default:
             log()->LogWarn(LogFileName(__FILE__), "DeleteAction", WRONG_STATE_LINE,
@@ -369,12 +385,8 @@ bool ActionMgr::runActiveList(RelockableLock& lock) {
             continue;
         }
         a->SetState(Action::STATE_NOTSCHEDULED);
-        lock.Unlock();
-        {
-            DetachOnExit detach(a);  // the last touch: the owner may destroy the action from here on
-            a->Execute();
-        }
-        lock.Lock();
+        CallbackScope running(a, lock);
+        a->Execute();
     }
     return bCorrupted;
 }

@@ -175,6 +175,35 @@ TEST_F(ActionMgrTest, QueuedActionsAreDeletedOnceByTheManager) {
     // TearDown destroys the manager: AddressSanitizer reports a leak or a double delete here.
 }
 
+// A callback that reschedules its own action leaves it waiting in the poll list while it still runs:
+// deleting it then must not let the destructor go ahead before the callback returns.
+TEST_F(ActionMgrTest, DeletingAnActionThatReschedulesItselfStillWaitsForItsCallback) {
+    struct Gate {
+        Action* self = nullptr;
+        std::atomic<bool> entered{false}, release{false};
+    } gate;
+    auto* a = new Action("self");
+    gate.self = a;
+    a->SetProcessor(
+        [](void* d) {
+            auto* g = static_cast<Gate*>(d);
+            ActionMgr::Instance()->Schedule(g->self);
+            g->entered = true;
+            while (!g->release) zor::SysUtils::DelayMseconds(1);
+            return 0;
+        },
+        &gate);
+    m_mgr->Schedule(a);
+    std::thread poller([&] { m_mgr->Poll(); });
+    while (!gate.entered) zor::SysUtils::DelayMseconds(1);
+    EXPECT_EQ(Action::STATE_POLL_WAITING, a->GetState());
+    m_mgr->DeleteAction(a);
+    EXPECT_FALSE(a->GetDetachable());  // still running: a destructor would wait
+    gate.release = true;
+    delete a;  // returns once the callback is done
+    poller.join();
+}
+
 TEST(ActionMgrThread, RunsDueActionsOnItsOwnTick) {
     zortest::ScratchDir dir;
     zor::Logger::Instance()->Initialize("Test", dir / "thread.log", 64, 1000000, 5, 0, 1);
