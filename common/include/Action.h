@@ -108,7 +108,9 @@ private:
 /// Any thread may schedule, re-time and delete actions; the lists are guarded by one recursive mutex.
 /// Misuse (an action in the wrong state, deleting twice, rescheduling a deleted action) is only logged:
 /// scheduling an action that already waits (not through ModActionTime()) leaves a second pending entry
-/// for it, which the manager keeps as it is.
+/// for it, which the manager keeps as it is. An action deleted while its callback runs (for example one
+/// that the callback has just rescheduled) stays busy until the callback returns, so its destructor
+/// still waits for it.
 ///
 /// The manager logs through Logger: initialise the logger first and destroy it after the manager. Its
 /// debug lines use levels 1, 3 and 5; raise the logger's debug threshold to 5 to silence them when
