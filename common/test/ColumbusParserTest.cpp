@@ -1,5 +1,3 @@
-// ColumbusParserTest.cpp: known codes, encode/decode round trips, reads past the end and over long zero
-// runs, the length limit, and the fields of real H.264 sequence parameter sets.
 #include "ColumbusParser.h"
 
 #include <gtest/gtest.h>
@@ -16,11 +14,7 @@ namespace {
 
 using Bytes = std::vector<ZR_BYTE>;
 
-template <typename Container>
-ZR_Uint32 lengthOf(const Container& c) {
-    return static_cast<ZR_Uint32>(c.size());
-}
-
+// Writes MSB-first fields and Exp-Golomb codes independently of the parser.
 class BitWriter {
 public:
     void put(ZR_Uint64 value, ZR_Uint32 n) {
@@ -42,22 +36,12 @@ private:
     ZR_Uint32 m_bits = 0;
 };
 
-}  // namespace
-
-TEST(ColumbusParserCodes, DecodesKnownUeSeAndFixedFields) {
-    const Bytes ue0 = {0x80};
-    EXPECT_EQ(0u, zor::ColumbusParser(ue0.data(), 1).GetNextColumbusUeValue());
-    const Bytes codes = {0x4c, 0x87, 0x4c, 0x87};  // 010 011 00100 00111, twice
-    zor::ColumbusParser bits(codes.data(), lengthOf(codes));
-    for (ZR_Uint32 expected : {1u, 2u, 3u, 6u}) EXPECT_EQ(expected, bits.GetNextColumbusUeValue());
-    for (ZR_INT expected : {1, -1, 2, -3}) EXPECT_EQ(expected, bits.GetNextColumbusSeValue());
-
-    const Bytes fixed = {0xA5, 0x0F};
-    zor::ColumbusParser field(fixed.data(), 2);
-    EXPECT_EQ(0u, field.GetNextFixedBitValue(0));
-    EXPECT_EQ(0xA5u, field.GetNextFixedBitValue(8));
-    EXPECT_EQ(0u, field.GetNextFixedBitValue(4));
-    EXPECT_EQ(0xFu, field.GetNextFixedBitValue(4));
+TEST(ColumbusParserCodes, DecodesKnownUeAndSeCodes) {
+    const Bytes codes = {0xA6, 0x43, 0xD3, 0x21, 0xC0};  // 1 010 011 00100 00111, twice
+    zor::ColumbusParser bits(codes.data(), static_cast<ZR_Uint32>(codes.size()));
+    for (ZR_Uint32 expected : {0u, 1u, 2u, 3u, 6u}) EXPECT_EQ(expected, bits.GetNextColumbusUeValue());
+    for (ZR_INT expected : {0, 1, -1, 2, -3}) EXPECT_EQ(expected, bits.GetNextColumbusSeValue());
+    EXPECT_EQ(63u, bits.GetNextColumbusUeValue());  // six zeros up to the end; the value bits read as 0
 }
 
 TEST(ColumbusParserCodes, RandomFieldsRoundTrip) {
@@ -81,7 +65,7 @@ TEST(ColumbusParserCodes, RandomFieldsRoundTrip) {
                 out.putSe(v);
             }
         }
-        zor::ColumbusParser in(out.bytes.data(), lengthOf(out.bytes));
+        zor::ColumbusParser in(out.bytes.data(), static_cast<ZR_Uint32>(out.bytes.size()));
         for (const auto& [kind, value] : fields) {
             const ZR_Uint64 read = kind > 0     ? in.GetNextFixedBitValue(kind)
                                    : kind == -1 ? in.GetNextColumbusUeValue()
@@ -91,19 +75,15 @@ TEST(ColumbusParserCodes, RandomFieldsRoundTrip) {
     }
 }
 
-TEST(ColumbusParserLimits, LongCodesAndReadsPastTheEndGiveTheBitByBitResults) {
+TEST(ColumbusParserLimits, LongCodesReadsPastTheEndAndTheLengthLimit) {
     // 40 zeros, the 1, then 40 value bits ending in 11: the power of two wraps to 2^(40 mod 32).
     const Bytes longCode = {0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0x01, 0xFF};
-    zor::ColumbusParser bits(longCode.data(), lengthOf(longCode));
+    zor::ColumbusParser bits(longCode.data(), static_cast<ZR_Uint32>(longCode.size()));
     EXPECT_EQ(3u + (1u << 8) - 1, bits.GetNextColumbusUeValue());
+    EXPECT_EQ(0u, bits.GetNextFixedBitValue(0));
     EXPECT_EQ(0x7Fu, bits.GetNextFixedBitValue(7));
     EXPECT_EQ(0u, bits.GetNextFixedBitValue(100));  // entirely past the end
 
-    const Bytes zero = {0x00};  // the zero count stops at the end; the value bits beyond read as 0
-    EXPECT_EQ(255u, zor::ColumbusParser(zero.data(), 1).GetNextColumbusUeValue());
-}
-
-TEST(ColumbusParserLimits, AcceptsUpTo512BytesAndAnEmptyBuffer) {
     const Bytes big(513, 0xFF);
     EXPECT_EQ(~0ul, zor::ColumbusParser(big.data(), 512).GetNextFixedBitValue(64));
     EXPECT_EQ("wrong ColumbusParser buffer length",
@@ -113,46 +93,36 @@ TEST(ColumbusParserLimits, AcceptsUpTo512BytesAndAnEmptyBuffer) {
     EXPECT_EQ(0u, empty.GetNextFixedBitValue(64));
 }
 
-namespace {
-
 struct Sps {
     ZR_ULONG profile, level, width, height;
 };
 
-// seq_parameter_set_rbsp() up to the cropping window, for 4:2:0 streams without scaling matrices
-// (what libx264 writes by default).
+// seq_parameter_set_rbsp() up to the cropping window, for what libx264 writes by default: 4:2:0, no
+// scaling matrices, pic_order_cnt_type 0 or 2.
 Sps parseSps(zor::ColumbusParser& bits) {
     auto u = [&](ZR_Uint32 n) { return bits.GetNextFixedBitValue(n); };
     auto ue = [&] { return ZR_ULONG{bits.GetNextColumbusUeValue()}; };
     const ZR_ULONG profile = u(8);
     u(8);  // constraint flags
-    Sps sps{profile, u(8), 0, 0};
+    const ZR_ULONG level = u(8);
     ue();  // seq_parameter_set_id
-    if (sps.profile == 100) {
+    if (profile == 100) {
         EXPECT_EQ(1u, ue());      // chroma_format_idc
         ue(), ue();               // bit depths
         EXPECT_EQ(0u, u(2) & 1);  // seq_scaling_matrix_present_flag
     }
-    ue();  // log2_max_frame_num_minus4
-    const ZR_ULONG pocType = ue();
-    if (pocType == 0) ue();
-    if (pocType == 1) {
-        u(1), bits.GetNextColumbusSeValue(), bits.GetNextColumbusSeValue();
-        for (ZR_ULONG n = ue(); n > 0; --n) bits.GetNextColumbusSeValue();
-    }
-    ue(), u(1);  // max_num_ref_frames, gaps_in_frame_num_value_allowed_flag
+    ue();                 // log2_max_frame_num_minus4
+    if (ue() == 0) ue();  // pic_order_cnt_type 0 carries log2_max_pic_order_cnt_lsb_minus4
+    ue(), u(1);           // max_num_ref_frames, gaps_in_frame_num_value_allowed_flag
     const ZR_ULONG widthMbs = ue() + 1, heightMaps = ue() + 1, frameMbsOnly = u(1);
     u(frameMbsOnly != 0 ? 1 : 2);
     ZR_ULONG crop[4] = {0, 0, 0, 0};  // left, right, top, bottom, in units of two samples
     if (u(1) != 0) {
         for (ZR_ULONG& edge : crop) edge = ue();
     }
-    sps.width = widthMbs * 16 - 2 * (crop[0] + crop[1]);
-    sps.height = (2 - frameMbsOnly) * (heightMaps * 16 - 2 * (crop[2] + crop[3]));
-    return sps;
+    return {profile, level, widthMbs * 16 - 2 * (crop[0] + crop[1]),
+            (2 - frameMbsOnly) * (heightMaps * 16 - 2 * (crop[2] + crop[3]))};
 }
-
-}  // namespace
 
 // The samples come from scripts/make-sps-testdata.sh: x264 streams, their SPS and what ffprobe reported.
 TEST(ColumbusParserSps, FieldsOfX264StreamsMatchFfprobe) {
@@ -168,7 +138,8 @@ TEST(ColumbusParserSps, FieldsOfX264StreamsMatchFfprobe) {
         }
         const std::string rbsp = zortest::readFile(dataDir + name + ".sps");
         ASSERT_EQ(4u, probe.size()) << name;
-        zor::ColumbusParser bits(reinterpret_cast<const ZR_BYTE*>(rbsp.data()), lengthOf(rbsp));
+        zor::ColumbusParser bits(reinterpret_cast<const ZR_BYTE*>(rbsp.data()),
+                                 static_cast<ZR_Uint32>(rbsp.size()));
         const Sps sps = parseSps(bits);
         EXPECT_EQ(profiles.at(probe["profile"]), sps.profile) << name;
         EXPECT_EQ(std::stoul(probe["level"]), sps.level) << name;
@@ -176,3 +147,5 @@ TEST(ColumbusParserSps, FieldsOfX264StreamsMatchFfprobe) {
         EXPECT_EQ(std::stoul(probe["height"]), sps.height) << name;
     }
 }
+
+}  // namespace

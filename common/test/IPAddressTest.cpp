@@ -20,6 +20,23 @@ in6_addr v6(const char* pszText) {
     return addr;
 }
 
+// The classes an address falls in: Loopback, Multicast, Broadcast, Wildcard, Unicast ('-' for no).
+std::string classes(const IPAddress& a) {
+    const ZR_BOOL is[] = {a.IsLoopback(), a.IsMulticast(), a.IsBroadcast(), a.IsWildcard(), a.IsUnicast()};
+    std::string s;
+    for (int i = 0; i < 5; ++i) s += is[i] ? "LMBWU"[i] : '-';
+    return s;
+}
+
+// Which of the six comparisons of a with b hold, e.g. "!= < <=".
+std::string relations(const IPAddress& a, const IPAddress& b) {
+    const char* const names[] = {"==", "!=", "<", "<=", ">", ">="};
+    const bool holds[] = {a == b, a != b, a<b, a <= b, a> b, a >= b};
+    std::string s;
+    for (int i = 0; i < 6; ++i) s += holds[i] ? std::string(" ") + names[i] : "";
+    return s.substr(1);  // == or != always holds
+}
+
 }  // namespace
 
 TEST(IPAddressConstruct, BadInputThrowsItsOwnMessage) {
@@ -34,17 +51,14 @@ TEST(IPAddressConstruct, BadInputThrowsItsOwnMessage) {
 TEST(IPAddressConstruct, TextIsParsedAsIPv4FirstThenIPv6WithTheScopeRule) {
     EXPECT_EQ("127.0.0.1", IPAddress("127.1", 0).ToString());
     EXPECT_EQ("127.0.0.1", IPAddress("0x7f.1", 0).ToString());
-    const IPAddress loop6("::1", 0);
-    EXPECT_EQ(zor::AF_V6, loop6.Family());
-    EXPECT_EQ(0u, loop6.Scope());
+    EXPECT_EQ(zor::AF_V6, IPAddress("::1", 0).Family());
 
     const ZR_Uint32 loIndex = if_nametoindex("lo");
     ASSERT_NE(0u, loIndex);
     EXPECT_EQ(loIndex, IPAddress("fe80::1%lo", 0).Scope());
     const IPAddress bracketed("[fe80::1%lo", 0);
     EXPECT_EQ(loIndex, bracketed.Scope());
-    const in6_addr expected = v6("fe80::1");
-    EXPECT_EQ(0, std::memcmp(&expected, bracketed.Addr(), 16));
+    EXPECT_EQ(0, std::memcmp(v6("fe80::1").s6_addr, bracketed.Addr(), 16));
     // The closing bracket stays in the interface name, which then names no interface.
     EXPECT_NE("", thrownMessage([] { IPAddress a("[fe80::1%lo]", 0); }));
     EXPECT_NE("", thrownMessage([] { IPAddress a("[::1]", 0); }));
@@ -67,7 +81,7 @@ TEST(IPAddressConstruct, RawUnixMarkerAndLongPathsStayBounded) {
     EXPECT_TRUE(copy == bounded);
 }
 
-TEST(IPAddressValue, CopiesAndAssignmentDropTheScopeSwapExchanges) {
+TEST(IPAddressValue, CopiesAndAssignmentDropTheScope) {
     const in6_addr bytes = v6("fe80::1");
     const IPAddress scoped(&bytes, 16u, 2u);
     EXPECT_EQ(2u, scoped.Scope());
@@ -77,12 +91,6 @@ TEST(IPAddressValue, CopiesAndAssignmentDropTheScopeSwapExchanges) {
     EXPECT_EQ(zor::AF_V6, assigned.Family());
     EXPECT_EQ(0u, assigned.Scope());
     EXPECT_EQ(0, std::memcmp(&bytes, assigned.Addr(), 16));
-
-    IPAddress a("1.2.3.4", 0);
-    IPAddress b("/tmp/x", 1);
-    a.Swap(b);
-    EXPECT_EQ("/tmp/x", a.ToString());
-    EXPECT_EQ("1.2.3.4", b.ToString());
 }
 
 TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
@@ -91,7 +99,6 @@ TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
     EXPECT_EQ(-1, v4.SetAddress(std::string("")));
     EXPECT_EQ("10.0.0.1", v4.ToString());
     EXPECT_EQ(0, v4.SetAddress(std::string("10.0.0.9")));
-    EXPECT_EQ("10.0.0.9", v4.ToString());
     const unsigned char raw16[16] = {1};
     EXPECT_EQ(-1, v4.SetAddress(raw16, 16u));
     EXPECT_EQ("10.0.0.9", v4.ToString());
@@ -100,8 +107,7 @@ TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
     IPAddress scoped(&start, 16u, 3u);
     EXPECT_EQ(0, scoped.SetAddress(std::string("fe80::2%lo")));
     EXPECT_EQ(3u, scoped.Scope());
-    const in6_addr expected = v6("fe80::2");
-    EXPECT_EQ(0, std::memcmp(&expected, scoped.Addr(), 16));
+    EXPECT_EQ(0, std::memcmp(v6("fe80::2").s6_addr, scoped.Addr(), 16));
 
     IPAddress path(2u);
     EXPECT_EQ(0, path.SetAddress(std::string("/var/run/s")));
@@ -109,43 +115,31 @@ TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
 }
 
 TEST(IPAddressClassify, EachFamilyFollowsItsTable) {
-    EXPECT_TRUE(IPAddress("127.255.0.1", 0).IsLoopback());
-    EXPECT_TRUE(IPAddress("239.1.1.1", 0).IsMulticast());
-    EXPECT_FALSE(IPAddress("240.0.0.1", 0).IsMulticast());
-    EXPECT_TRUE(IPAddress("255.255.255.255", 0).IsBroadcast());
-    EXPECT_TRUE(IPAddress().IsWildcard());
-    EXPECT_TRUE(IPAddress("ff10::1", 0).IsMulticast());
-    EXPECT_FALSE(IPAddress("ff20::1", 0).IsMulticast());
-    EXPECT_TRUE(IPAddress("::1", 0).IsLoopback());
-    EXPECT_FALSE(IPAddress("::2", 0).IsLoopback());
-    EXPECT_TRUE(IPAddress(1u).IsWildcard());
-
-    EXPECT_TRUE(IPAddress("192.168.1.10", 0).IsUnicast());
-    EXPECT_TRUE(IPAddress("127.0.0.1", 0).IsUnicast());
-    EXPECT_FALSE(IPAddress("255.255.255.255", 0).IsUnicast());
-    EXPECT_FALSE(IPAddress("224.0.0.1", 0).IsUnicast());
-    EXPECT_FALSE(IPAddress(0u).IsUnicast());
-    EXPECT_TRUE(IPAddress("2001:db8::1", 0).IsUnicast());
-    EXPECT_FALSE(IPAddress("ff02::1", 0).IsUnicast());
-    const IPAddress path("/x", 1);
-    EXPECT_FALSE(path.IsUnicast() || path.IsLoopback() || path.IsWildcard() || path.IsMulticast());
+    EXPECT_EQ("L---U", classes(IPAddress("127.255.0.1", 0)));
+    EXPECT_EQ("----U", classes(IPAddress("192.168.1.10", 0)));
+    EXPECT_EQ("-M---", classes(IPAddress("224.0.0.1", 0)));
+    EXPECT_EQ("-M---", classes(IPAddress("239.1.1.1", 0)));
+    EXPECT_EQ("----U", classes(IPAddress("240.0.0.1", 0)));
+    EXPECT_EQ("--B--", classes(IPAddress("255.255.255.255", 0)));
+    EXPECT_EQ("---W-", classes(IPAddress()));
+    EXPECT_EQ("---W-", classes(IPAddress(0u)));
+    EXPECT_EQ("L---U", classes(IPAddress("::1", 0)));
+    EXPECT_EQ("----U", classes(IPAddress("::2", 0)));
+    EXPECT_EQ("-M---", classes(IPAddress("ff10::1", 0)));
+    EXPECT_EQ("-M---", classes(IPAddress("ff02::1", 0)));
+    EXPECT_EQ("----U", classes(IPAddress("ff20::1", 0)));
+    EXPECT_EQ("---W-", classes(IPAddress(1u)));
+    EXPECT_EQ("----U", classes(IPAddress("2001:db8::1", 0)));
+    EXPECT_EQ("-----", classes(IPAddress("/x", 1)));
 }
 
 TEST(IPAddressCompare, EqualityByFamilyAndTextOrderBySizeThenText) {
     const IPAddress a6("fe80::1", 0);
-    const IPAddress b6("2001:db8::1", 0);
     EXPECT_EQ("Bingo, I am IPv6", a6.ToString());
-    EXPECT_TRUE(a6 == b6);
-    EXPECT_FALSE(a6 < b6 || b6 < a6);
-    EXPECT_TRUE(a6 <= b6 && a6 >= b6 && !(a6 > b6));
-
-    const IPAddress ten("10.0.0.10", 0);
-    const IPAddress two("10.0.0.2", 0);
-    EXPECT_TRUE(ten < two);
-    EXPECT_TRUE(two > ten && two >= ten && ten <= two && ten != two);
-    const IPAddress path("/a", 1);
-    EXPECT_TRUE(IPAddress("255.255.255.255", 0) < a6);
-    EXPECT_TRUE(a6 < path);
+    EXPECT_EQ("== <= >=", relations(a6, IPAddress("2001:db8::1", 0)));  // the text hides the bytes
+    EXPECT_EQ("!= < <=", relations(IPAddress("10.0.0.10", 0), IPAddress("10.0.0.2", 0)));
+    EXPECT_EQ("!= < <=", relations(IPAddress("255.255.255.255", 0), a6));
+    EXPECT_EQ("!= > >=", relations(IPAddress("/a", 1), a6));
     // Same text but different family is not equal.
-    EXPECT_FALSE(IPAddress("1.2.3.4", 0) == IPAddress("1.2.3.4", 1));
+    EXPECT_EQ("!= < <=", relations(IPAddress("1.2.3.4", 0), IPAddress("1.2.3.4", 1)));
 }

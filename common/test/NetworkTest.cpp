@@ -3,8 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -18,6 +16,7 @@
 #include "../source/RouteParse.h"
 #include "SysUtils.h"
 #include "TestUtil.h"
+#include "UDPSocket.h"
 
 namespace {
 
@@ -95,6 +94,12 @@ TEST(NetworkTables, DeleteByNarrowEqualityAndCheckedIndex) {
     EXPECT_EQ("Invalid index for NICs table", zortest::thrownMessage([&] { nics[0]; }));
 }
 
+// One route as "destination gateway netmask flags interface-address".
+std::string describe(const zor::Route& r) {
+    return r.destination.ToString() + " " + r.gateway.ToString() + " " + r.netmask.ToString() + " " +
+           std::to_string(r.flags) + " " + r.NICAddr.ToString();
+}
+
 // x86-64 is little-endian: the kernel's 0101A8C0 is 192.168.1.1.
 TEST(RouteParsing, MachineOrderAddressesAndBrokenLinesReadAsZero) {
     std::istringstream text(
@@ -108,17 +113,12 @@ TEST(RouteParsing, MachineOrderAddressesAndBrokenLinesReadAsZero) {
         if (name == "eth0") addr = IPAddress("192.168.1.7", 0);
     });
     ASSERT_EQ(4u, table.GetTableSize());
-    EXPECT_EQ(IPAddress("192.168.1.0", 0), table[0].destination);
-    EXPECT_EQ(IPAddress("192.168.1.1", 0), table[0].gateway);
-    EXPECT_EQ(IPAddress("255.255.255.0", 0), table[0].netmask);
-    EXPECT_EQ(3u, table[0].flags);
+    EXPECT_EQ("192.168.1.0 192.168.1.1 255.255.255.0 3 192.168.1.7", describe(table[0]));
     EXPECT_EQ(~0ul, table[0].ages);
-    EXPECT_EQ(IPAddress("192.168.1.7", 0), table[0].NICAddr);
-    EXPECT_EQ(IPAddress(), table[1].gateway);                      // missing column
-    EXPECT_EQ(IPAddress(), table[1].NICAddr);                      // unknown interface
-    EXPECT_EQ(IPAddress(), table[3].destination);                  // not hexadecimal
-    EXPECT_EQ(IPAddress("255.255.255.255", 0), table[3].gateway);  // strtoul's -1, cut to 32 bits
-    EXPECT_EQ(1u, table[3].flags);
+    EXPECT_EQ("192.168.1.1 0.0.0.0 0.0.0.0 0 0.0.0.0", describe(table[1]));  // missing columns, unknown NIC
+    EXPECT_EQ("0.0.0.0 0.0.0.0 0.0.0.0 0 0.0.0.0", describe(table[2]));
+    // Not hexadecimal reads as 0; strtoul's -1 and its overflow are cut to 32 bits.
+    EXPECT_EQ("0.0.0.0 255.255.255.255 255.255.255.255 1 192.168.1.7", describe(table[3]));
 }
 
 TEST(SysUtilsHostView, RoutesAndInterfacesMatchTheSystemTools) {
@@ -181,13 +181,9 @@ TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {
     EXPECT_EQ(65535, zor::SysUtils::GetAvailPortTCP("127.0.0.1", 6000, 5000));
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortTCP("127.0.0.1", 5000, 5000));
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortUDP(nullptr, 0, 0));
-    const int taken = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    socklen_t len = sizeof addr;
-    ASSERT_EQ(0, ::bind(taken, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
-    ASSERT_EQ(0, ::getsockname(taken, reinterpret_cast<sockaddr*>(&addr), &len));
-    const int port = ntohs(addr.sin_port);
+    zor::UDPSocket taken(0);
+    ASSERT_EQ(0, taken.Bind(zor::SockAddress("0.0.0.0", 0)));
+    const int port = taken.LocalAddress().Port();
     if (port > 65500) GTEST_SKIP() << "ephemeral port too close to the top";
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortTCP("203.0.113.7", port, port + 3));  // not a host address
     const auto start = std::chrono::steady_clock::now();
@@ -195,7 +191,6 @@ TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
     EXPECT_GT(found, port);  // normally port + 1
     EXPECT_LT(found, port + 10);
-    ::close(taken);
 }
 
 }  // namespace
