@@ -35,6 +35,9 @@ public:
     void Release();
     /// The number of holders at the moment of the call.
     ZR_Uint32 Current() const;
+    /// Records that the shared descriptor is closed; true only for the first call, whose caller is the one
+    /// to close it. A descriptor number is closed once, never again after the process may have reused it.
+    bool MarkClosed();
 
 private:
     RefCounter(const RefCounter&) = delete;
@@ -42,6 +45,7 @@ private:
 
     mutable Mutex m_mutex;  ///< recursive
     ZR_Uint32 m_count;
+    bool m_bClosed;
 };
 
 }  // namespace zor

@@ -33,9 +33,9 @@ typedef std::vector<Socket*> SockList;
 /// | 2    | IPv4 listener   | 5    | Unix listener  |
 ///
 /// Close() closes the shared descriptor at once but resets only the calling object: other copies keep
-/// the old number, still report IsValid(), and the last of them to be destroyed calls close() on that
-/// number again. Call Close() only when no other copy remains in use, or the second close may hit a
-/// descriptor the process has opened since.
+/// the old number and still report IsValid(). The shared counter remembers the close, so neither those
+/// copies' Close() nor the last one's destruction closes that number again: by then the process may
+/// have given it to another file or socket.
 ///
 /// Waits (timeouts in microseconds) come in two kinds on purpose: SelectForRead(), Select() and
 /// SelectList() use poll() with us / 1000 milliseconds, so values under 1000 only check and 0xFFFFFFFF

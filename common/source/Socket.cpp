@@ -33,7 +33,7 @@ int pollMilliseconds(ZR_Uint32 uMicroseconds) { return static_cast<int>(uMicrose
 
 // ---- RefCounter ----
 
-RefCounter::RefCounter() : m_mutex(0), m_count(0) {}
+RefCounter::RefCounter() : m_mutex(0), m_count(0), m_bClosed(false) {}
 
 void RefCounter::Duplicate() {
     ScopedLock hold(m_mutex);
@@ -54,6 +54,13 @@ void RefCounter::Release() {
 ZR_Uint32 RefCounter::Current() const {
     ScopedLock hold(m_mutex);
     return m_count;
+}
+
+bool RefCounter::MarkClosed() {
+    ScopedLock hold(m_mutex);
+    const bool bFirst = !m_bClosed;
+    m_bClosed = true;
+    return bFirst;
 }
 
 // ---- Socket: lifecycle ----
@@ -132,7 +139,7 @@ void Socket::ensureDescriptor(int iKind) {
 
 void Socket::Close() {
     if (!IsValid()) return;
-    ::close(m_sock);
+    if (m_refcnt->MarkClosed()) ::close(m_sock);
     m_sock = -1;
     m_connected = 0;
 }

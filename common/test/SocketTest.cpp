@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -56,7 +55,7 @@ std::string receive(zor::Socket& sock, size_t uCount) {
     return sData;
 }
 
-// Sends a line and expects it echoed back through the peer.
+// Sends a line each way between two connected sockets.
 void expectEcho(zor::Socket& from, zor::Socket& to) {
     const std::string sLine = "ping over loopback";
     ASSERT_EQ(static_cast<ZR_INT>(sLine.size()), from.SendBytes(bytes(sLine), sLine.size()));
@@ -72,25 +71,24 @@ TEST(SocketConstruct, WrongTypesThrowTheirMessagesAndLeakNothing) {
     EXPECT_EQ("create socket failed!", thrownMessage([] { zor::TCPSocket s(0); }));
     EXPECT_EQ("create socket failed!", thrownMessage([] { zor::UDPSocket s(1); }));
     EXPECT_EQ("invalid socket type!", thrownMessage([] { zor::TCPServer s(1); }));
-    zor::UDPSocket udp(0);
-    zor::TCPSocket tcp(1);
-    EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::TCPSocket s(udp); }));
-    EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::UDPSocket s(tcp); }));
-    // The failed copies gave their share back: the survivors are still the only holders.
-    const int iUdp = udp.Descriptor();
-    { zor::UDPSocket last(udp); }
-    EXPECT_TRUE(isOpen(iUdp));
-    EXPECT_EQ(iBefore + 2, openDescriptorCount());
+    {
+        zor::UDPSocket udp(0);
+        zor::TCPSocket tcp(1);
+        EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::TCPSocket s(udp); }));
+        EXPECT_EQ("invalid socket type!", thrownMessage([&] { zor::UDPSocket s(tcp); }));
+        EXPECT_EQ(iBefore + 2, openDescriptorCount());  // the failed copies closed nothing...
+    }
+    EXPECT_EQ(iBefore, openDescriptorCount());  // ...and kept no share that holds a descriptor open
 }
 
 TEST(SocketSharing, TheLastHolderClosesInEveryOrder) {
     const int iBefore = openDescriptorCount();
+    int iFd = -1;
     {
         zor::TCPSocket a(1);
-        const int iFd = a.Descriptor();
+        iFd = a.Descriptor();
         {
-            zor::TCPSocket b(a);
-            zor::TCPSocket c(4);
+            zor::TCPSocket b(a), c(4);
             c = b;  // c's own descriptor had no other holder
             zor::TCPSocket& alias = c;
             c = alias;  // a self-assignment must neither close nor free
@@ -101,13 +99,31 @@ TEST(SocketSharing, TheLastHolderClosesInEveryOrder) {
         other = a;
         EXPECT_EQ(iBefore + 1, openDescriptorCount());
 
-        zor::TCPSocket copy(a);
+        zor::TCPSocket copy(a), last(a);
         a.Close();
-        EXPECT_FALSE(a.IsValid());
-        EXPECT_TRUE(copy.IsValid());
-        EXPECT_EQ(iFd, copy.Descriptor());
+        EXPECT_TRUE(!a.IsValid() && copy.IsValid() && copy.Descriptor() == iFd);
         EXPECT_FALSE(isOpen(iFd));
+        // The process reuses the number; neither another copy's Close() nor the last holder may close it.
+        const int iNull = ::open("/dev/null", O_RDONLY);  // likely gets iFd itself, the lowest free number
+        if (iNull != iFd) {
+            ASSERT_EQ(iFd, ::dup2(iNull, iFd));
+            ::close(iNull);
+        }
+        copy.Close();
+        EXPECT_TRUE(isOpen(iFd));
     }
+    EXPECT_TRUE(isOpen(iFd));
+    ::close(iFd);
+    {  // a copy of a closed socket opens a descriptor of its own, IPv4 even for the Unix-domain type
+        zor::TCPSocket closed(4);
+        closed.Close();
+        zor::TCPSocket reopened(static_cast<const zor::Socket&>(closed));
+        EXPECT_EQ(4u, reopened.Type());
+        int iDomain = 0;
+        socklen_t uLen = sizeof iDomain;
+        getsockopt(reopened.Descriptor(), SOL_SOCKET, SO_DOMAIN, &iDomain, &uLen);
+        EXPECT_EQ(AF_INET, iDomain);
+    }  // ...and it goes with its holder even though `closed` outlived it
     EXPECT_EQ(iBefore, openDescriptorCount());
 }
 
@@ -120,10 +136,7 @@ TEST(SocketSharing, CopiesMadeAndDroppedOnManyThreadsKeepOneDescriptor) {
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&origin] {
-                for (int i = 0; i < 2000; ++i) {
-                    zor::UDPSocket copy(origin);
-                    zor::UDPSocket second(copy);
-                }
+                for (int i = 0; i < 2000; ++i) zor::UDPSocket copy(origin), second(copy);
             });
         }
         for (std::thread& t : threads) t.join();
@@ -133,61 +146,34 @@ TEST(SocketSharing, CopiesMadeAndDroppedOnManyThreadsKeepOneDescriptor) {
     EXPECT_EQ(iBefore, openDescriptorCount());
 }
 
-TEST(SocketSharing, ACopyOfAClosedSocketOpensAnIPv4DescriptorOfItsOwn) {
-    const int iBefore = openDescriptorCount();
-    {
-        zor::TCPSocket closed(4);
-        closed.Close();
-        zor::TCPSocket reopened(static_cast<const zor::Socket&>(closed));
-        ASSERT_TRUE(reopened.IsValid());
-        EXPECT_EQ(4u, reopened.Type());
-        int iDomain = 0;
-        socklen_t uLen = sizeof iDomain;
-        getsockopt(reopened.Descriptor(), SOL_SOCKET, SO_DOMAIN, &iDomain, &uLen);
-        EXPECT_EQ(AF_INET, iDomain);
-    }  // the new descriptor goes with its holder even though `closed` outlived it
-    EXPECT_EQ(iBefore, openDescriptorCount());
-}
-
-TEST(SocketOptions, WithoutADescriptorOptionsFailAndAddressesAreTheDefault) {
-    zor::TCPSocket sock(1);
-    sock.Close();
-    errno = 0;
-    EXPECT_EQ(0xFFFFFFFFu, sock.GetSendBuffSize());
-    EXPECT_EQ(0, sock.GetReuseAddress());
-    EXPECT_EQ(-1, sock.SetReusePort(1));
-    EXPECT_EQ(0, errno);  // refused before any system call
-    EXPECT_EQ(-1, sock.SetBlocking(0));
-    EXPECT_EQ(-1, sock.Available());
-    EXPECT_EQ("0.0.0.0:0", sock.LocalAddress().ToString());
-    EXPECT_EQ("0.0.0.0:0", sock.PeerAddress().ToString());
-    EXPECT_EQ(-1, sock.SelectForWrite(0));
-}
-
-TEST(SocketOptions, SettingsReadBack) {
+TEST(SocketOptions, SettingsReachTheDescriptorAndFailWithoutOne) {
     zor::TCPSocket tcp(1);
-    EXPECT_EQ(0, tcp.SetReuseAddress(7));
-    EXPECT_EQ(1, tcp.GetReuseAddress());
-    EXPECT_EQ(0, tcp.SetReusePort(1));
-    EXPECT_EQ(1, tcp.GetReusePort());
+    zor::UDPSocket udp(0);
+    EXPECT_EQ(0, tcp.SetReuseAddress(7));  // any non-zero means on
+    EXPECT_EQ(0, tcp.SetReusePort(1) | tcp.SetNoDelay(1) | tcp.SetKeepAlive(1) | udp.SetBroadcast(1));
+    EXPECT_TRUE(tcp.GetReuseAddress() == 1 && tcp.GetReusePort() == 1 && tcp.GetNoDelay() == 1 &&
+                tcp.GetKeepAlive() == 1 && udp.GetBroadcast() == 1);
     EXPECT_EQ(0, tcp.SetRecvBuffSize(65536));
     EXPECT_GE(tcp.GetRecvBuffSize(), 65536u);
     EXPECT_EQ(0, tcp.SetBlocking(0));
-    EXPECT_EQ(0, tcp.GetBlocking());
-    EXPECT_TRUE(fcntl(tcp.Descriptor(), F_GETFL) & O_NONBLOCK);
-    EXPECT_EQ(0, tcp.SetLinger(1, 7));
+    EXPECT_TRUE(tcp.GetBlocking() == 0 && (fcntl(tcp.Descriptor(), F_GETFL) & O_NONBLOCK));
     ZR_BOOL bOn = 0;
     ZR_Uint32 uSeconds = 0;
+    EXPECT_EQ(0, tcp.SetLinger(1, 7));
     EXPECT_EQ(0, tcp.GetLinger(bOn, uSeconds));
-    EXPECT_EQ(1, bOn);
-    EXPECT_EQ(7u, uSeconds);
-    EXPECT_EQ(0, tcp.SetNoDelay(1));
-    EXPECT_EQ(1, tcp.GetNoDelay());
-    EXPECT_EQ(0, tcp.SetKeepAlive(1));
-    EXPECT_EQ(1, tcp.GetKeepAlive());
-    zor::UDPSocket udp(0);
-    EXPECT_EQ(0, udp.SetBroadcast(1));
-    EXPECT_EQ(1, udp.GetBroadcast());
+    EXPECT_TRUE(bOn == 1 && uSeconds == 7u);
+
+    tcp.Close();
+    errno = 0;
+    EXPECT_EQ(0xFFFFFFFFu, tcp.GetSendBuffSize());
+    EXPECT_EQ(0, tcp.GetReuseAddress());
+    EXPECT_EQ(-1, tcp.SetReusePort(1));
+    EXPECT_EQ(0, errno);  // refused before any system call
+    EXPECT_EQ(-1, tcp.SetBlocking(0));
+    EXPECT_EQ(-1, tcp.Available());
+    EXPECT_EQ("0.0.0.0:0", tcp.LocalAddress().ToString());
+    EXPECT_EQ("0.0.0.0:0", tcp.PeerAddress().ToString());
+    EXPECT_EQ(-1, tcp.SelectForWrite(0));
 }
 
 TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
@@ -196,11 +182,9 @@ TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
     SockAddress peer;
     std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress("127.0.0.1", 0), peer);
     ASSERT_NE(nullptr, conn);
-    EXPECT_EQ(1u, conn->Type());
     EXPECT_EQ(client.LocalAddress(), peer);
     EXPECT_EQ(client.LocalAddress(), conn->PeerAddress());
     EXPECT_EQ(conn->LocalAddress(), client.PeerAddress());
-    EXPECT_EQ(server.LocalAddress(), client.PeerAddress());
     expectEcho(client, *conn);
 
     EXPECT_EQ(1, client.SelectForWrite(WAIT_US));
@@ -211,28 +195,23 @@ TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
 
 TEST(TCPLoopback, EchoOverUnixDomainAcceptsATypeOneSocket) {
     zortest::ScratchDir dir;
-    const int iBefore = openDescriptorCount();
-    {
-        zor::TCPServer server(5);
-        zor::TCPSocket client(4);
-        SockAddress peer;
-        std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress(dir / "srv"), peer);
-        ASSERT_NE(nullptr, conn);
-        EXPECT_EQ(1u, conn->Type());
-        EXPECT_EQ(zor::AF_UN, peer.Family());
-        EXPECT_EQ(dir / "srv", client.PeerAddress().ToString());
-        EXPECT_EQ(dir / "srv", conn->LocalAddress().ToString());
-        expectEcho(*conn, client);
-    }
-    EXPECT_EQ(iBefore, openDescriptorCount());
+    zor::TCPServer server(5);
+    zor::TCPSocket client(4);
+    SockAddress peer;
+    std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress(dir / "srv"), peer);
+    ASSERT_NE(nullptr, conn);
+    EXPECT_EQ(1u, conn->Type());
+    EXPECT_EQ(zor::AF_UN, peer.Family());
+    EXPECT_EQ(dir / "srv", client.PeerAddress().ToString());
+    EXPECT_EQ(dir / "srv", conn->LocalAddress().ToString());
+    expectEcho(*conn, client);
 }
 
 TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
-    zor::TCPServer unixServer(5);
+    zor::TCPServer unixServer(5), inetServer(2);
     errno = 0;
     EXPECT_EQ(-1, unixServer.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ(0, errno);  // refused without calling bind()
-    zor::TCPServer inetServer(2);
     EXPECT_EQ(-1, inetServer.Bind(SockAddress(std::string("/nonexistent/dir/x"))));
     EXPECT_NE(0, errno);  // this one reached bind()
 
@@ -241,8 +220,7 @@ TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
     EXPECT_EQ(zor::E_UNSUPPORT, inetServer.RecvBytes(buf, 4));
     EXPECT_EQ(zor::E_UNSUPPORT, inetServer.SendBytes(buf, 4));
     EXPECT_EQ(zor::E_UNSUPPORT, inetServer.SendBytes(buf, 4, SockAddress()));
-    zor::TCPSocket tcp(1);
-    EXPECT_EQ(zor::E_UNSUPPORT, tcp.SendBytes(buf, 4, SockAddress()));
+    EXPECT_EQ(zor::E_UNSUPPORT, zor::TCPSocket(1).SendBytes(buf, 4, SockAddress()));
     EXPECT_EQ(0, inetServer.SetBlocking(0));
     SockAddress untouched("10.9.8.7", 6);
     EXPECT_EQ(nullptr, inetServer.Accept(untouched));  // not listening
@@ -250,14 +228,11 @@ TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
 }
 
 TEST(SocketWait, PollAndSelectWaitsReportReadiness) {
-    zor::UDPSocket receiver(0);
-    zor::UDPSocket idle(0);
-    zor::UDPSocket sender(0);
+    zor::UDPSocket receiver(0), idle(0), sender(0);
     ASSERT_EQ(0, receiver.Bind(SockAddress("127.0.0.1", 0)));
     ASSERT_EQ(0, idle.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ(0, receiver.SelectForRead(999));  // under a millisecond: a bare check
-    zor::SockList readList{&idle, &receiver};
-    zor::SockList writeList, exceptList;
+    zor::SockList readList{&idle, &receiver}, writeList, exceptList, none;
     EXPECT_EQ(0, zor::Socket::SelectList(readList, writeList, exceptList, 1000));
     EXPECT_EQ(2u, readList.size());  // a timeout leaves the lists alone
 
@@ -272,17 +247,14 @@ TEST(SocketWait, PollAndSelectWaitsReportReadiness) {
     EXPECT_EQ(1, zor::Socket::SelectList(readList, writeList, exceptList, WAIT_US));
     ASSERT_EQ(1u, readList.size());
     EXPECT_EQ(&receiver, readList[0]);
-    zor::SockList none;
     EXPECT_EQ(0, zor::Socket::SelectList(none, writeList, exceptList, 1000));
 }
 
 TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
-    zor::UDPSocket gone(0);
+    zor::UDPSocket gone(0), sock(0);
     ASSERT_EQ(0, gone.Bind(SockAddress("127.0.0.1", 0)));
-    const SockAddress deadEnd = gone.LocalAddress();
+    ASSERT_EQ(0, sock.Connect(gone.LocalAddress()));
     gone.Close();
-    zor::UDPSocket sock(0);
-    ASSERT_EQ(0, sock.Connect(deadEnd));
     ASSERT_EQ(1, sock.SendBytes(bytes("x"), 1));  // answered by "port unreachable"
     ASSERT_EQ(1, sock.SelectForRead(WAIT_US));
     ASSERT_TRUE(sock.Pollfd().revents & POLLERR);
@@ -295,11 +267,9 @@ TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
 }
 
 TEST(UDPLoopback, RepliesGoToTheLastSender) {
-    zor::UDPSocket server(0);
+    zor::UDPSocket server(0), first(0), second(0);
     ASSERT_EQ(0, server.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ("0.0.0.0:0", server.PeerAddress().ToString());
-    zor::UDPSocket first(0);
-    zor::UDPSocket second(0);
     ASSERT_EQ(0, first.Bind(SockAddress("127.0.0.1", 0)));  // an unbound sender would report 0.0.0.0
     ASSERT_EQ(0, second.Connect(server.LocalAddress()));
     EXPECT_EQ(server.LocalAddress(), second.PeerAddress());
@@ -314,12 +284,10 @@ TEST(UDPLoopback, RepliesGoToTheLastSender) {
 
 TEST(UDPLoopback, UnixDatagramsReplyByPathAndBindSwitchesTheType) {
     zortest::ScratchDir dir;
-    zor::UDPSocket inet(0);
+    zor::UDPSocket inet(0), a(3), b(3);
     EXPECT_EQ(-1, inet.Bind(SockAddress(dir / "wrong")));
     EXPECT_EQ(3u, inet.Type());  // switched although the IPv4 socket cannot take the path
 
-    zor::UDPSocket a(3);
-    zor::UDPSocket b(3);
     ASSERT_EQ(0, a.Bind(SockAddress(dir / "a")));
     ASSERT_EQ(0, b.Bind(SockAddress(dir / "b")));
     ASSERT_EQ(4, a.SendBytes(bytes("ping"), 4, SockAddress(dir / "b")));
@@ -335,10 +303,8 @@ TEST(MulticastOptions, SettingsReadBackAndBadTextIsRefused) {
     EXPECT_EQ(0u, mc.Type());
     EXPECT_EQ(0, mc.SetMulticastTTL(9));
     EXPECT_EQ(9, mc.GetMulticastTTL());
-    EXPECT_EQ(0, mc.SetMulticastLoop(0));
+    EXPECT_EQ(0, mc.SetMulticastLoop(0));  // the kernel's default is on
     EXPECT_EQ(0, mc.GetMulticastLoop());
-    EXPECT_EQ(0, mc.SetMulticastLoop(1));
-    EXPECT_EQ(1, mc.GetMulticastLoop());
     EXPECT_EQ(-1, mc.SetMulticastIF("not an address"));
     EXPECT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
     EXPECT_EQ("127.0.0.1", mc.GetMulticastIF());
@@ -355,8 +321,7 @@ TEST(MulticastLoopback, AJoinedGroupHearsItsOwnDatagrams) {
     }
     ASSERT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
     ASSERT_EQ(0, mc.SetMulticastLoop(1));
-    const SockAddress group(sGroup, mc.LocalAddress().Port());
-    if (mc.SendBytes(bytes("hi"), 2, group) != 2) {
+    if (mc.SendBytes(bytes("hi"), 2, SockAddress(sGroup, mc.LocalAddress().Port())) != 2) {
         GTEST_SKIP() << "this machine cannot send to a group on 127.0.0.1 (errno " << mc.LastError() << ")";
     }
     if (mc.SelectForRead(2 * 1000 * 1000) != 1) GTEST_SKIP() << "loopback does not deliver multicast here";
@@ -371,11 +336,10 @@ TEST(TCPLoad, TenThousandAcceptCloseCyclesLeaveNoDescriptorBehind) {
         zor::TCPServer server(5);
         ASSERT_EQ(0, server.Bind(SockAddress(dir / "load")));
         ASSERT_EQ(0, server.Listen(64));
-        const SockAddress at = server.LocalAddress();
         SockAddress peer;
         for (int i = 0; i < 10000; ++i) {
             zor::TCPSocket client(4);
-            ASSERT_EQ(0, client.Connect(at)) << "cycle " << i;
+            ASSERT_EQ(0, client.Connect(server.LocalAddress())) << "cycle " << i;
             ASSERT_EQ(1, server.SelectForRead(WAIT_US)) << "cycle " << i;
             std::unique_ptr<zor::TCPSocket> conn(server.Accept(peer));
             ASSERT_NE(nullptr, conn) << "cycle " << i;
