@@ -74,19 +74,21 @@ public:
     OSThread& operator=(const OSThread&) = delete;  ///< Not copyable.
 
     /// Starts the thread unless it is already running (then nothing happens). Throws "Create thread failed".
+    /// A thread left over from an earlier Stop() keeps seeing IsStop() as 1, so a restart never brings
+    /// the old Entry() loop back beside the new one.
     void Start();
     /// Raises the stop flag and detaches the thread; does not wait for Entry() to return.
     void Stop();
-    /// Raises the stop flag and joins the thread.
+    /// Raises the stop flag and joins the thread (at once when Join() already did).
     void StopAndWait();
-    /// Joins a running thread without raising the stop flag; returns at once when not running.
-    /// Throws "Cannot join the thread".
+    /// Joins a running thread without raising the stop flag; returns at once when not running or when
+    /// already joined since the last Start(). Throws "Cannot join the thread".
     void Join();
 
     /// 1 from Start() until Stop()/StopAndWait(), also after Entry() returned on its own.
     ZR_BOOL IsRunning() const { return m_bStop.load() == 0 ? 1 : 0; }
-    /// The cooperative stop request that Entry() polls.
-    ZR_BOOL IsStop() const { return m_bStop.load(); }
+    /// The cooperative stop request that Entry() polls; always 1 in a thread of an earlier Start().
+    ZR_BOOL IsStop() const;
 
     /// Sets the stack size in bytes for the next Start(): refused (0) while running, otherwise 1.
     /// Throws "Set stack size failed" when the system rejects the size.
@@ -135,12 +137,15 @@ private:
         STKey m_key;
     };
 
+    struct Launch;  // what a new thread is told: its object and the Start() that made it
     static void* __Running(void* arg);
     void applySchedule(ZR_Int32 iPolicy, ZR_Int32 iPriority);
 
     // Written by the controlling thread, read by the thread itself without a lock.
     std::atomic<ZR_BOOL> m_bRunning;
     std::atomic<ZR_BOOL> m_bStop;
+    std::atomic<ZR_Uint32> m_uGeneration;  // counts the threads started; a thread knows its own number
+    bool m_bJoined;  // the controlling thread's own: the current thread was joined, never join it twice
     ZR_Int32 m_iStackSize;
     ZR_Int32 m_iPolicy;
     ZR_Int32 m_iPriority;

@@ -24,6 +24,8 @@ void OSThread::ThreadHolder::Set(void* pData) { pthread_setspecific(m_key, pData
 OSThread::OSThread()
     : m_bRunning(0),
       m_bStop(1),
+      m_uGeneration(0),
+      m_bJoined(false),
       m_iStackSize(STACK_NORMAL),
       m_iPolicy(DEFAULT_POLICY),
       m_iPriority(DEFAULT_PRIO),
@@ -46,26 +48,49 @@ OSThread::~OSThread() {
     if (IsRunning()) Stop();
 }
 
+namespace {
+// The generation of the calling thread's own OSThread start; 0 in threads no OSThread started.
+thread_local ZR_Uint32 t_uGeneration = 0;
+}  // namespace
+
+struct OSThread::Launch {
+    OSThread* self;
+    ZR_Uint32 generation;
+};
+
 void* OSThread::__Running(void* arg) {
-    m_holder.Set(arg);
-    static_cast<OSThread*>(arg)->Entry();
+    const Launch launch = *static_cast<Launch*>(arg);
+    delete static_cast<Launch*>(arg);
+    m_holder.Set(launch.self);
+    t_uGeneration = launch.generation;
+    launch.self->Entry();
     return nullptr;  // the same as pthread_exit(nullptr); nothing is reset here
+}
+
+ZR_BOOL OSThread::IsStop() const {
+    // A detached thread of an earlier Start() must not see the stop flag lowered for its successor.
+    if (t_uGeneration != 0 && m_holder.Get() == this && t_uGeneration != m_uGeneration.load()) return 1;
+    return m_bStop.load();
 }
 
 void OSThread::Start() {
     if (m_bRunning) return;
     m_bStop = 0;
-    if (pthread_create(&m_threadID, &m_threadAttr, &OSThread::__Running, this) != 0) {
+    auto* launch = new Launch{this, m_uGeneration.load() + 1};
+    m_uGeneration = launch->generation;
+    if (pthread_create(&m_threadID, &m_threadAttr, &OSThread::__Running, launch) != 0) {
+        delete launch;
         m_bStop = 1;
         throw std::runtime_error("Create thread failed");
     }
+    m_bJoined = false;
     m_bRunning = 1;
 }
 
 void OSThread::Stop() {
     if (!m_bRunning) return;
     m_bStop = 1;
-    pthread_detach(m_threadID);
+    if (!m_bJoined) pthread_detach(m_threadID);  // a joined thread is gone and cannot be detached
     m_bRunning = 0;
 }
 
@@ -77,8 +102,9 @@ void OSThread::StopAndWait() {
 }
 
 void OSThread::Join() {
-    if (!m_bRunning) return;
+    if (!m_bRunning || m_bJoined) return;
     if (pthread_join(m_threadID, nullptr) != 0) throw std::runtime_error("Cannot join the thread");
+    m_bJoined = true;
 }
 
 ZR_BOOL OSThread::SetStackSize(ZR_Int32 iSize) {

@@ -82,6 +82,38 @@ TEST(OSThreadLifecycle, DoubleStartMakesOneThreadAndRestartAfterStopWorks) {
     while (!probe.finished) zor::SysUtils::DelayMseconds(1);  // the detached loop ends before the probe goes
 }
 
+// Counts the Entry() loops alive at once.
+class Loop : public zor::OSThread {
+public:
+    ~Loop() override { StopAndWait(); }
+    std::atomic<int> entries{0}, alive{0};
+
+protected:
+    void Entry() override {
+        ++entries;
+        ++alive;
+        while (!IsStop()) zor::SysUtils::DelayMseconds(1);
+        --alive;
+    }
+};
+
+TEST(OSThreadLifecycle, ARestartNeverRevivesTheDetachedLoopAndAJoinedThreadIsNotJoinedAgain) {
+    Loop loop;
+    loop.Start();
+    while (loop.entries < 1) zor::SysUtils::DelayMseconds(1);
+    loop.Stop();
+    loop.Start();  // the old loop has most likely not looked at its flag yet
+    while (loop.entries < 2) zor::SysUtils::DelayMseconds(1);
+    for (int i = 0; i < 10000 && loop.alive != 1; ++i) zor::SysUtils::DelayMseconds(1);
+    EXPECT_EQ(1, loop.alive.load());
+    EXPECT_EQ(0, loop.IsStop());
+
+    Probe once(false);
+    once.Start();
+    once.Join();
+    EXPECT_NO_THROW(once.StopAndWait());  // the thread is gone: joining it again would fail or hang
+}
+
 TEST(OSThreadCurrent, IsNullOutsideThreadsWeStarted) {
     EXPECT_EQ(nullptr, zor::OSThread::Current());
     EXPECT_EQ("", zor::OSThread::CurrentName());
