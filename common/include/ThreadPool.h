@@ -19,7 +19,9 @@ class CThreadPool;
 /// One unit of work for CThreadPool. Each job gets a process-wide serial number (0, 1, 2, ... in
 /// construction order).
 ///
-/// Subclasses set m_toDeleted to 0 when they keep ownership of the job themselves.
+/// Subclasses set m_toDeleted to 0 when they keep ownership of the job themselves, before handing the job
+/// to the pool: the worker reads the flag before Run() and, for a kept job, never touches it after Run()
+/// returns, so its owner may free it as soon as Run() has signalled that the work is done.
 class CJob {
 public:
     /// name and data are kept for the subclass; data is not owned. The worker deletes the job after Run().

@@ -95,8 +95,12 @@ void CWorkerThread::Entry() {
         if (m_bExit) break;
         CJob* job = m_job;
         if (job == nullptr) continue;
+        // A job its owner keeps may be freed by that owner the moment Run() signals the end of the
+        // work, so the job is not looked at again afterwards. A job the worker owns may still hand
+        // itself over to someone else during Run() by clearing its flag.
+        const bool bWorkerOwned = job->ToDeleted() != 0;
         job->Run();
-        if (job->ToDeleted()) delete job;
+        if (bWorkerOwned && job->ToDeleted()) delete job;
         m_job = nullptr;
         m_threadPool->moveToIdleList(this);
     }
