@@ -81,6 +81,9 @@ private:
     std::atomic<State> m_eState;
     std::atomic<bool> m_bDetachable;  ///< false only while the callback runs
     std::atomic<int> m_iCallbacks{0};
+    // Set under the manager's lock when a waiting action is scheduled again: the pending list may then
+    // hold a second entry for it, which deleting the action must not leave behind.
+    bool m_bStrayEntry = false;
     ActionTick m_tickSched;  ///< the manager's tick when the action entered the pending list
     ActionTick m_tickDelay;  ///< due tick = m_tickSched + m_tickDelay
     void* m_pData;
@@ -108,9 +111,10 @@ private:
 /// Any thread may schedule, re-time and delete actions; the lists are guarded by one recursive mutex.
 /// Misuse (an action in the wrong state, deleting twice, rescheduling a deleted action) is only logged:
 /// scheduling an action that already waits (not through ModActionTime()) leaves a second pending entry
-/// for it, which the manager keeps as it is. An action deleted while its callback runs (for example one
-/// that the callback has just rescheduled) stays busy until the callback returns, so its destructor
-/// still waits for it.
+/// for it, which the manager keeps (and runs when due) until the action is deleted: DeleteAction() takes
+/// out every entry of the action, so that its owner may free it. An action deleted while its callback runs
+/// (for example one that the callback has just rescheduled) stays busy until the callback returns, so its
+/// destructor still waits for it.
 ///
 /// The manager logs through Logger: initialise the logger first and destroy it after the manager. Its
 /// debug lines use levels 1, 3 and 5; raise the logger's debug threshold to 5 to silence them when
@@ -175,6 +179,7 @@ private:
     class RelockableLock;
     class CallbackScope;
     static void releaseUnlessRunning(Action* a);
+    void purgeAction(Action* a);
     bool runActiveList(RelockableLock& lock);
     void activatePollList();
 

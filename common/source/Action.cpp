@@ -173,6 +173,15 @@ ZR_Int32 ActionMgr::findAndEraseAction(std::list<Action*>& list, Action* a) {
     return -1;
 }
 
+// Drops every entry left for an action: once deleted, its owner may free it, and an entry that came due
+// later would run a freed action.
+void ActionMgr::purgeAction(Action* a) {
+    m_listPend.remove(a);
+    m_listPoll.remove(a);
+    m_listActive.remove(a);
+    a->m_bStrayEntry = false;
+}
+
 // ---- ActionMgr: scheduling ----
 
 void ActionMgr::Schedule(Action* a) {
@@ -231,7 +240,10 @@ void ActionMgr::scheduleImp(Action* a, ActionTime ms, ZR_BOOL head) {
         return;
     }
     // A waiting action keeps its old pending entry, whose position no longer matches the new due tick.
-    if (state == Action::STATE_WAITING) m_bPendSorted = false;
+    if (state == Action::STATE_WAITING) {
+        m_bPendSorted = false;
+        a->m_bStrayEntry = true;
+    }
     a->SetState(Action::STATE_WAITING);
     a->SetSchedTick(now);
     a->SetDelayTicks(delay);
@@ -262,9 +274,11 @@ ZR_Int32 ActionMgr::ModActionTime(Action* a, ActionTime ms) {
     if (a == nullptr || a->GetState() != Action::STATE_WAITING) return -1;
     ScopedLock hold(m_mtxLock);
     if (findAndEraseAction(m_listPend, a) != 0) return -1;
-    const bool bWasSorted = m_bPendSorted;
-    scheduleImp(a, ms, 0);       // logs the re-schedule: the state is still waiting
-    m_bPendSorted = bWasSorted;  // the old entry is gone, so the order holds
+    const bool bWasSorted = m_bPendSorted, bHadStray = a->m_bStrayEntry;
+    scheduleImp(a, ms, 0);  // logs the re-schedule: the state is still waiting
+    // The old entry is gone, so the order holds and no extra entry was made.
+    m_bPendSorted = bWasSorted;
+    a->m_bStrayEntry = bHadStray;
     return 0;
 }
 
@@ -297,6 +311,7 @@ void ActionMgr::DeleteAction(Action* a) {
                            static_cast<int>(a->GetState()));
             break;
     }
+    if (a->m_bStrayEntry) purgeAction(a);
     a->SetState(Action::STATE_TOBEDELETED);
     if (found != 0) {
         log()->LogWarn(LogFileName(__FILE__), "DeleteAction", NOT_EXISTED_LINE,
