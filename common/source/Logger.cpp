@@ -186,11 +186,14 @@ ZR_Uint32 Logger::TotalLines() {
 
 void Logger::logWithPrefix(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                            const ZR_CHAR* fmt, va_list args) {
+    // Read first: once it is set, the mode read next is the one Initialize published with it, so a line
+    // logged while Initialize runs is never queued for a writer that synchronous mode does not start.
+    const bool bReady = m_bInitialized.load(std::memory_order_acquire) != 0;
     if (m_bSyncWrite.load(std::memory_order_acquire)) {
-        doLog(file, func, line, prefix, fmt, args);
+        if (bReady) doLog(file, func, line, prefix, fmt, args);
         return;
     }
-    doLogAsync(file, func, line, prefix, fmt, args);
+    if (bReady) doLogAsync(file, func, line, prefix, fmt, args);
     m_sem.Signal();  // also before Initialize: the count then grows with nobody to take it
 }
 
@@ -218,7 +221,6 @@ void Logger::LogDebug(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, ZR_
 
 void Logger::doLog(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                    const ZR_CHAR* fmt, va_list args) {
-    if (!m_bInitialized.load(std::memory_order_acquire)) return;
     char message[SYNC_MESSAGE_BYTES] = {};
     std::vsnprintf(message, sizeof message, fmt, args);
 
@@ -236,7 +238,6 @@ void Logger::doLog(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const 
 
 void Logger::doLogAsync(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                         const ZR_CHAR* fmt, va_list args) {
-    if (!m_bInitialized.load(std::memory_order_acquire)) return;
     std::string item;
     item.reserve(128);
     appendHeader(item, m_sModuleName, file, func, line, prefix);
