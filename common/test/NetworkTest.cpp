@@ -3,6 +3,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -175,6 +178,23 @@ TEST(SysUtilsNamespace, OnlyEightInterfacesAreListedAndNamesGiveTheClass) {
     const std::vector<ZR_ULONG> classes = {0, 2, 2, 1, 3, 3, 0, 1};  // lo first, then the links in order
     for (size_t i = 0; i < 8; ++i) EXPECT_EQ(classes[i], table[i].eNICType) << table[i].sNICName;
     EXPECT_EQ("00:1A:2B:3C:4D:5E", table[1].sPhyAddr);
+}
+
+// A child process hides /proc in a private mount namespace (root only), so the route file is missing.
+TEST(SysUtilsRouteFile, AFileThatCannotBeOpenedGivesMinusOneAndNoRoutes) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+            ::_exit(77);
+        zor::RouteTable table;
+        ::_exit(zor::SysUtils::GetSysRouteTable(table) == -1 && table.GetTableSize() == 0 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "cannot hide /proc from a child";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {
