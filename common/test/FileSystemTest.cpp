@@ -9,12 +9,14 @@
 #include <map>
 #include <regex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "FileSystem.h"
 #include "TestUtil.h"
 
 using zor::ExecPath;
+using zor::path_inner::Printer;
 namespace fs = std::filesystem;
 
 namespace {
@@ -23,14 +25,10 @@ namespace {
 std::map<std::string, std::string> snapshot(const std::string& root) {
     std::map<std::string, std::string> tree;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        const std::string rel = entry.path().lexically_relative(root).string();
-        if (entry.is_symlink()) {
-            tree[rel] = "l:" + fs::read_symlink(entry.path()).string();
-        } else if (entry.is_directory()) {
-            tree[rel] = "d";
-        } else {
-            tree[rel] = "f:" + zortest::readFile(entry.path().string());
-        }
+        tree[entry.path().lexically_relative(root).string()] =
+            entry.is_symlink()     ? "l:" + fs::read_symlink(entry.path()).string()
+            : entry.is_directory() ? "d"
+                                   : "f:" + zortest::readFile(entry.path().string());
     }
     return tree;
 }
@@ -44,14 +42,11 @@ std::vector<std::string> journalLines() {
     return lines;
 }
 
-std::string quoted(const std::string& text) {
-    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-}
-
 // Whether line is a journal line with this tag and message.
 bool isLine(const std::string& line, const std::string& tag, const std::string& message) {
-    static const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )";
-    return std::regex_match(line, std::regex(stamp + tag + " " + quoted(message)));
+    const std::string quoted = std::regex_replace(message, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+    return std::regex_match(line,
+                            std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )" + tag + " " + quoted));
 }
 
 mode_t modeOf(const std::string& path) {
@@ -63,9 +58,12 @@ mode_t modeOf(const std::string& path) {
 class FileSystemTest : public ::testing::Test {
 protected:
     FileSystemTest() : m_inScratch(m_scratch.Path()) {}
-    ~FileSystemTest() override { zor::path_inner::Printer::DestroyInstance(); }
+    ~FileSystemTest() override { Printer::DestroyInstance(); }
     std::string at(const std::string& name) const { return m_scratch / name; }
+    // A tree with an odd name and links to "outside" (made here too), to nowhere and to a directory.
     void makeTree(const std::string& root) {
+        fs::create_directories(at("outside/inner"));
+        zortest::writeFile(at("outside/keep"), "must survive");
         fs::create_directories(root + "/sub/deeper");
         zortest::writeFile(root + "/f", "one");
         zortest::writeFile(root + "/sub/g", "two");
@@ -74,16 +72,10 @@ protected:
         fs::create_symlink(at("outside/keep"), root + "/filelink");
         fs::create_symlink(at("nowhere"), root + "/dangling");
     }
-    void makeOutside() {
-        fs::create_directories(at("outside/inner"));
-        zortest::writeFile(at("outside/keep"), "must survive");
-    }
 
     zortest::ScratchDir m_scratch;
     zortest::WorkDir m_inScratch;
 };
-
-}  // namespace
 
 TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
     ASSERT_EQ(0, ExecPath(at("quiet")).CreateDir());
@@ -91,9 +83,8 @@ TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
     zor::Path::SetOutput(1);
     zor::Path::SetOutput(1);
     zor::Path::SetOutput(0);  // too late: the first successful call decided
-    const std::string odd = at("p%%q%s%d");
-    ASSERT_EQ(0, ExecPath(odd).CreateDir());
-    auto* printer = zor::path_inner::Printer::Instance();
+    ASSERT_EQ(0, ExecPath(at("p%%q%s%d")).CreateDir());
+    auto* printer = Printer::Instance();
     printer->PrintCreate("%s", std::string(5000, 'x').c_str());
     std::vector<std::string> lines = journalLines();
     ASSERT_EQ(3u, lines.size());
@@ -114,17 +105,14 @@ TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
-            for (int i = 0; i < 200; ++i) {
-                zor::path_inner::Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
-            }
+            for (int i = 0; i < 200; ++i) Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
         });
     }
     for (std::thread& thread : threads) thread.join();
     const std::vector<std::string> lines = journalLines();
     ASSERT_EQ(801u, lines.size());
-    for (size_t i = 1; i < lines.size(); ++i) {
-        EXPECT_TRUE(std::regex_match(lines[i], std::regex(R"(\S+ \[\d+\] RENAME \[\d\] \[\d+\] => \[x\])")));
-    }
+    const std::regex whole(R"(\S+ \[\d+\] RENAME \[\d\] \[\d+\] => \[x\])");
+    for (size_t i = 1; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], whole)) << lines[i];
 }
 
 TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
@@ -152,10 +140,10 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
     if (geteuid() != 0) GTEST_SKIP() << "cannot drop privileges without being the superuser";
     ASSERT_EQ(0, chmod(m_scratch.Path().c_str(), 0777));
     ASSERT_EQ(0, mkdir(at("closed").c_str(), 0));
-    zor::path_inner::Printer::DestroyInstance();
+    Printer::DestroyInstance();
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) {
+    if (child == 0) {  // exits with the number of the first check that failed
         if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
         zor::Path::SetOutput(1);
         if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) _exit(1);
@@ -164,8 +152,7 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
         if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) _exit(3);
         if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) _exit(4);
         std::list<std::string> names;
-        if (ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR) _exit(5);
-        _exit(0);
+        _exit(ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR ? 5 : 0);
     }
     int status = 0;
     ASSERT_EQ(child, waitpid(child, &status, 0));
@@ -174,24 +161,28 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
     EXPECT_EQ(0, WEXITSTATUS(status)) << "failed check number " << WEXITSTATUS(status);
 }
 
-TEST_F(FileSystemTest, RemoveDeletesLinksButNeverWhatTheyPointAt) {
-    makeOutside();
+TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
     makeTree(at("t"));
+    makeTree(at("c"));
     const auto outside = snapshot(at("outside"));
     zor::Path::SetOutput(1);
     EXPECT_EQ(-1, ExecPath(at("t")).Remove(0));  // not empty
     EXPECT_EQ(0, ExecPath(at("t")).Remove(1));
     EXPECT_FALSE(fs::exists(fs::symlink_status(at("t"))));
-    EXPECT_EQ(outside, snapshot(at("outside")));
     EXPECT_EQ(0, ExecPath(at("t")).Remove(1));  // gone already: nothing to do, nothing journalled
     const std::vector<std::string> lines = journalLines();
     ASSERT_EQ(5u, lines.size());  // header, the refused DELETE, "sub/deeper", "sub", the tree itself
     EXPECT_TRUE(isLine(lines[1], "DELETE", "[-1] [" + at("t") + "]"));
     EXPECT_TRUE(isLine(lines[4], "DELETE", "[0] [" + at("t") + "]"));
+
+    EXPECT_EQ(0, ExecPath(at("c")).ClearDir(zor::FT_REG));  // every type goes, whatever the filter
+    EXPECT_TRUE(snapshot(at("c")).empty());
+    EXPECT_TRUE(fs::is_directory(at("c")));
+    EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("outside/keep")).ClearDir(0));
+    EXPECT_EQ(outside, snapshot(at("outside")));
 }
 
 TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) {
-    makeOutside();
     makeTree(at("t"));
     fs::create_directories(at("dest"));
     const auto tree = snapshot(at("t"));
@@ -226,10 +217,9 @@ TEST_F(FileSystemTest, MoveThatCannotRenameKeepsTheSource) {
     ASSERT_NE(nullptr, mkdtemp(templ));
     const std::string source = std::string(templ) + "/t";
     makeTree(source);
-    const auto tree = snapshot(source);
+    auto kept = snapshot(source);
     ExecPath moving(source);
     EXPECT_EQ(-1, moving.Move(m_scratch.Path()));
-    auto kept = tree;
     kept.erase("sub/deeper");  // empty, so it did move
     EXPECT_EQ(kept, snapshot(source));
     EXPECT_TRUE(fs::is_directory(at("t/sub/deeper")));
@@ -272,11 +262,10 @@ TEST_F(FileSystemTest, ListingsFilterByTypePrefixAndSuffixWithoutLeaking) {
     std::list<zor::FileInfo> infos;
     EXPECT_EQ(0, dir.GetFileListBySuffix(infos, ".txt", 0));
     ASSERT_EQ(1u, infos.size());
-    EXPECT_EQ(zor::FT_REG, infos.front().FileType);
-    EXPECT_EQ(2, infos.front().FileSize);
-    EXPECT_EQ(at("d") + "/", infos.front().BaseDir);
-    EXPECT_EQ("log2.txt", infos.front().Name);
-    EXPECT_EQ(".txt", infos.front().Suffix);
+    const zor::FileInfo& info = infos.front();
+    EXPECT_EQ(std::make_tuple(int(zor::FT_REG), ZR_Int64(2), at("d") + "/", std::string("log2.txt"),
+                              std::string(".txt")),
+              std::make_tuple(info.FileType, info.FileSize, info.BaseDir, info.Name, info.Suffix));
     EXPECT_EQ(1, ExecPath(at("d/.hidden")).GetFileInfo().IsHidden);
     EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("d/log1")).GetFileList(names, 0));
     EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("none")).GetFileList(names, 0));
@@ -285,20 +274,12 @@ TEST_F(FileSystemTest, ListingsFilterByTypePrefixAndSuffixWithoutLeaking) {
     // Content size: file bytes plus the link's own size; directories add nothing.
     EXPECT_EQ(1 + 2 + 4, dir.GetDirectoryContentSize());
     EXPECT_EQ(-1, ExecPath(at("none")).GetDirectoryContentSize());
-    struct stat info;
-    ASSERT_EQ(0, lstat(at("d/log1").c_str(), &info));
-    EXPECT_EQ(static_cast<ZR_Int64>(info.st_blocks) * info.st_blksize, ExecPath(at("d/log1")).GetFileUsage());
+    struct stat stats;
+    ASSERT_EQ(0, lstat(at("d/log1").c_str(), &stats));
+    EXPECT_EQ(static_cast<ZR_Int64>(stats.st_blocks) * stats.st_blksize,
+              ExecPath(at("d/log1")).GetFileUsage());
     EXPECT_EQ(1, ExecPath(at("d/loglink")).IsLinkFile());
-    EXPECT_FALSE(dir.GetBigFilePtr());
     EXPECT_EQ(at("d/log1"), ExecPath(at("d/log1")).GetStreamFilePtr()->GetFilePath());
 }
 
-TEST_F(FileSystemTest, ClearDirEmptiesEveryTypeAndKeepsTheDirectory) {
-    makeOutside();
-    makeTree(at("t"));
-    EXPECT_EQ(0, ExecPath(at("t")).ClearDir(zor::FT_REG));
-    EXPECT_TRUE(snapshot(at("t")).empty());
-    EXPECT_TRUE(fs::is_directory(at("t")));
-    EXPECT_EQ("must survive", zortest::readFile(at("outside/keep")));
-    EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("outside/keep")).ClearDir(0));
-}
+}  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -13,7 +12,6 @@ using zor::File;
 using zor::PrimeFile;
 using zor::StreamFile;
 using zortest::readFile;
-using zortest::writeFile;
 
 namespace {
 
@@ -29,15 +27,13 @@ std::string writeXyWith(const std::string& path, ZR_Uint32 mode) {
     return readFile(path);
 }
 
-}  // namespace
-
 class FileTest : public ::testing::Test {
 protected:
-    zortest::ScratchDir dir;
     std::string Make(const std::string& name, const std::string& content) {  // returns the path
-        writeFile(dir / name, content);
+        zortest::writeFile(dir / name, content);
         return dir / name;
     }
+    zortest::ScratchDir dir;
 };
 
 TEST_F(FileTest, OpenModesTruncateOrAppendOnlyWhereTheyShould) {
@@ -74,10 +70,10 @@ TEST_F(FileTest, LinesAreWrittenAsGivenAndReadInBufferSizedPieces) {
     char line[8] = "zzz";
     EXPECT_EQ(0, in.ReadLine(line, 1));
     EXPECT_STREQ("", line);
-    EXPECT_EQ(0, in.ReadLine(line, sizeof line));
-    EXPECT_STREQ("abc\n", line);
-    EXPECT_EQ(0, in.ReadLine(line, sizeof line));
-    EXPECT_STREQ("end", line);
+    for (const char* expected : {"abc\n", "end"}) {
+        EXPECT_EQ(0, in.ReadLine(line, sizeof line));
+        EXPECT_STREQ(expected, line);
+    }
     EXPECT_EQ(-1, in.ReadLine(line, sizeof line));
 }
 
@@ -85,7 +81,7 @@ TEST_F(FileTest, PositionQueriesLeaveThePositionAlone) {
     for (bool stream : {false, true}) {
         const std::string path = Make("pos", "");
         std::unique_ptr<File> file(stream ? static_cast<File*>(new StreamFile(path)) : new PrimeFile(path));
-        EXPECT_EQ(-1, file->GetFileSize());
+        EXPECT_EQ(-1, file->GetFileSize());  // not open yet
         EXPECT_EQ(0, file->IsEndOfFile());
         ASSERT_EQ(0, file->Open(File::OpenModeRead | File::OpenModeWrite));
         EXPECT_EQ(1, file->IsEndOfFile());
@@ -98,8 +94,7 @@ TEST_F(FileTest, PositionQueriesLeaveThePositionAlone) {
         EXPECT_EQ(0, file->Truncate(3));
         EXPECT_EQ(3, file->GetFileSize());
     }
-    PrimeFile closed(dir / "pos");  // never opened: the system calls see -1 and say why
-    EXPECT_EQ(-1, closed.Write(bytes("x"), 1));
+    EXPECT_EQ(-1, PrimeFile(dir / "pos").Write(bytes("x"), 1));  // never opened: the call says why
     EXPECT_EQ(EBADF, errno);
 }
 
@@ -126,14 +121,16 @@ TEST_F(FileTest, AnonymousFilesLeaveNoNameAndNoDescriptor) {
         ASSERT_EQ(0, prime.Open(File::OpenModeWrite));  // reopening must not leak the first one
         ASSERT_EQ(0, stream.Open(File::OpenModeWrite));
         EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
-        ZR_BYTE back[3] = {};
         for (File* file : {static_cast<File*>(&prime), static_cast<File*>(&stream)}) {
+            char back[4] = {};
             ASSERT_EQ(3, file->Write(bytes("abc"), 3));
             ASSERT_EQ(0, file->Seek(0, File::SeekPosSet));
-            EXPECT_EQ(3, file->Read(back, 3));
-            EXPECT_EQ(0, std::memcmp(back, "abc", 3));
+            EXPECT_EQ(3, file->Read(reinterpret_cast<ZR_BYTE*>(back), 3));
+            EXPECT_STREQ("abc", back);
         }
     }
     EXPECT_EQ(before, zortest::openDescriptorCount());
     EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
 }
+
+}  // namespace

@@ -1,6 +1,6 @@
-// PathTest.cpp: normalisation, the text form and the pure-text operations of Path.
+// PathTest.cpp: normalisation, the text form and the pure-text operations of Path. The component
+// invariants on arbitrary text are checked by the Path fuzz target.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <random>
@@ -11,25 +11,6 @@
 
 using zor::Path;
 
-namespace {
-
-// Every component list built from text keeps these, whatever the text was.
-void expectNormalised(const Path& path, const std::string& text) {
-    ASSERT_FALSE(path.IsEmpty()) << text;
-    size_t index = 0;
-    bool namesStarted = false;
-    for (const std::string& c : path) {
-        EXPECT_FALSE(c.empty()) << text;
-        EXPECT_TRUE(c == "/" || c.find_first_of("/\\") == std::string::npos) << text;
-        EXPECT_TRUE((c != "/" && c != ".") || index == 0) << text;
-        EXPECT_TRUE(c != ".." || !namesStarted) << text;
-        if (c != "/" && c != "." && c != "..") namesStarted = true;
-        ++index;
-    }
-}
-
-}  // namespace
-
 TEST(PathNormalise, FollowsTheTableAndTheAppendRules) {
     const std::pair<const char*, const char*> table[] = {
         {"a//b/../c", "./a/c"}, {"/a/./b/", "/a/b"}, {"/a/../../b", "/b"},
@@ -38,7 +19,6 @@ TEST(PathNormalise, FollowsTheTableAndTheAppendRules) {
     };
     for (const auto& row : table) EXPECT_EQ(row.second, Path(row.first).ToString()) << row.first;
 
-    EXPECT_TRUE(Path().IsEmpty());
     EXPECT_EQ("", Path().ToString());
     EXPECT_EQ("/a/b", (Path("/a") += "/b").ToString());
     EXPECT_EQ("./a/b", (Path("a") += Path("/b")).ToString());
@@ -57,16 +37,14 @@ TEST(PathNormalise, RandomTextsAgreeWithTheStandardLibraryAndRoundTrip) {
     std::mt19937 rng(7);
     for (int round = 0; round < 3000; ++round) {
         std::string text;
-        const int count = 1 + static_cast<int>(rng() % 10);
-        for (int i = 0; i < count; ++i) text += pieces[rng() % 8];
+        for (int i = 0, count = 1 + static_cast<int>(rng() % 10); i < count; ++i) text += pieces[rng() % 8];
         const Path path(text);
-        expectNormalised(path, text);
         EXPECT_EQ(path, Path(path.ToString())) << text;  // the text form parses back to the same list
 
         // Same meaning as lexically_normal, up to our "./" prefix and its trailing "/".
-        std::string slashed = text;
-        zor::StringUtils::Replace(slashed, '\\', '/');
-        std::string expected = std::filesystem::path(slashed).lexically_normal().string();
+        std::string expected = text;
+        zor::StringUtils::Replace(expected, '\\', '/');
+        expected = std::filesystem::path(expected).lexically_normal().string();
         while (expected.size() > 1 && expected.back() == '/') expected.pop_back();
         std::string ours = path.ToString();
         if (ours.compare(0, 2, "./") == 0) ours.erase(0, 2);
@@ -82,8 +60,7 @@ TEST(PathParts, BaseLeafAndPopDirKeepTheirAsymmetry) {
     const char* const leaf[][2] = {{"/a/b", "b"}, {"/", "/"},       {".", "."},
                                    {"..", "../"}, {"../..", "../"}, {"../../..", "../../"}};
     for (const auto& row : leaf) EXPECT_EQ(row[1], Path(row[0]).GetLeafName()) << row[0];
-    EXPECT_EQ("", Path().GetBasePath());
-    EXPECT_EQ("", Path().GetLeafName());
+    EXPECT_EQ("", Path().GetBasePath() + Path().GetLeafName());
 
     Path up("x");
     EXPECT_EQ(1, up.PopDir(3));
@@ -114,9 +91,7 @@ TEST(PathCompare, ComparesComponentsWithoutTouchingTheDisk) {
 
 TEST(PathAbsolute, ResolvesRelativePathsAgainstTheWorkingDirectory) {
     zortest::ScratchDir scratch;
-    const std::string home = scratch / "u";
-    ASSERT_EQ(0, mkdir(home.c_str(), 0700));
-    zortest::WorkDir inHome(home);
+    zortest::WorkDir inScratch(scratch.Path());
     const std::string cwd = zor::filesystem::GetCurWorkDir();
     EXPECT_EQ(Path(cwd).GetBasePath() + "x", Path("../x").ToAbsolutionPath());
     EXPECT_EQ("/etc", Path("/etc").ToAbsolutionPath());
