@@ -2,6 +2,8 @@
 // beside its peer with the ratio peer/zor. With ZOR_BENCH_MARKDOWN=file the rows are also appended to
 // that file as Markdown, for the results page.
 #include <benchmark/benchmark.h>
+#include <pthread.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -131,6 +133,18 @@ private:
 }  // namespace
 
 namespace zor_bench {
+
+void PinTo(int iCpu) {
+    const long lCpus = sysconf(_SC_NPROCESSORS_ONLN);
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    CPU_SET(iCpu % static_cast<int>(lCpus > 0 ? lCpus : 1), &cpus);
+    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
+}
+
+SavedAffinity::SavedAffinity() { pthread_getaffinity_np(pthread_self(), sizeof m_saved, &m_saved); }
+
+SavedAffinity::~SavedAffinity() { pthread_setaffinity_np(pthread_self(), sizeof m_saved, &m_saved); }
 
 bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal) {
     targets()[sCase] = Target{dMinRatio, 0, sGoal};

@@ -8,9 +8,28 @@
 #ifndef ZOR_BENCH_BENCHUTIL_H_
 #define ZOR_BENCH_BENCHUTIL_H_
 
+#include <sched.h>
+
 #include <string>
 
 namespace zor_bench {
+
+// Binds the calling thread to one CPU (taken modulo the CPUs online). Round trips between two threads
+// depend mostly on whether they share a core, which the scheduler decides afresh for every run; pinned
+// the same way, both sides of a comparison run under the same conditions.
+void PinTo(int iCpu);
+
+// Keeps the calling thread's CPU set and gives it back when the benchmark ends.
+class SavedAffinity {
+public:
+    SavedAffinity();
+    ~SavedAffinity();
+    SavedAffinity(const SavedAffinity&) = delete;
+    SavedAffinity& operator=(const SavedAffinity&) = delete;
+
+private:
+    cpu_set_t m_saved;
+};
 
 // Registers the lowest acceptable peer/zor ratio of a case and the wording of the goal.
 bool RegisterTarget(const std::string& sCase, double dMinRatio, const std::string& sGoal);

@@ -168,31 +168,23 @@ struct BareServer {
     }
 };
 
-// Client and server share one processor. Spread over two, each round trip waits for the other processor
-// to wake from idle, which in a virtual machine takes long and varies from run to run by a factor of two
-// or three, swamping the differences measured here. On one processor every event costs its full price.
-void pinTo(int cpu) {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    pthread_setaffinity_np(pthread_self(), sizeof set, &set);
-}
-
 template <typename Server>
 void epollEcho(benchmark::State& state) {
     Rig rig;
-    cpu_set_t previous;
-    pthread_getaffinity_np(pthread_self(), sizeof previous, &previous);
+    // Client and server share one processor. Spread over two, each round trip waits for the other
+    // processor to wake from idle, which in a virtual machine takes long and varies from run to run by a
+    // factor of two or three, swamping the differences measured here. On one processor every event costs
+    // its full price.
+    zor_bench::SavedAffinity saved;
     const int cpu = sched_getcpu();
-    pinTo(cpu);
+    zor_bench::PinTo(cpu);
     std::thread server([&rig, cpu] {
-        pinTo(cpu);
+        zor_bench::PinTo(cpu);
         Server::serve(rig.accepted, rig.stop[0]);
     });
     for (auto _ : state) rig.round();
     if (::write(rig.stop[1], "x", 1) != 1) state.SkipWithError("cannot stop the server");
     server.join();
-    pthread_setaffinity_np(pthread_self(), sizeof previous, &previous);
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * CONNECTIONS);
 }
 

@@ -2,12 +2,8 @@
 // send()/recv() calls they wrap, on identical connections in the same run. The benchmark thread sends
 // fixed chunks; a reader thread drains the other end with the same kind of call.
 #include <benchmark/benchmark.h>
-#include <pthread.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -69,32 +65,15 @@ void sendAll(zor::TCPSocket& sock, const ZR_BYTE* pBuf, ZR_Uint32 uLen) {
     }
 }
 
-// Binds the calling thread to one CPU (modulo the CPUs online). Loopback throughput depends mostly on
-// whether sender and reader share a core, which the scheduler decides afresh for every run; pinning
-// them to different cores makes both sides of the comparison run the same way.
-void pinTo(int iCpu) {
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    CPU_SET(iCpu % std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)), &cpus);
-    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
-}
-
-// Gives the calling thread all CPUs back when the benchmark ends.
-struct PinnedSender {
-    cpu_set_t saved;
-    PinnedSender() {
-        pthread_getaffinity_np(pthread_self(), sizeof saved, &saved);
-        pinTo(0);
-    }
-    ~PinnedSender() { pthread_setaffinity_np(pthread_self(), sizeof saved, &saved); }
-};
-
 template <typename Calls>
 void tcpBulk(benchmark::State& state) {
     LoopbackPair pair;
-    PinnedSender pinned;
+    // Sender and reader on different cores: a bulk stream keeps both busy, and sharing one core would
+    // halve what either could do.
+    zor_bench::SavedAffinity saved;
+    zor_bench::PinTo(0);
     std::thread reader([&pair] {
-        pinTo(1);
+        zor_bench::PinTo(1);
         std::vector<ZR_BYTE> buffer(READ_BUFFER);
         while (Calls::recv(*pair.accepted, buffer.data(), READ_BUFFER) > 0) {
         }
