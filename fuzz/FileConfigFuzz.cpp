@@ -43,8 +43,10 @@ std::string slurp(const std::string& path) {
     return text.str();
 }
 
+// A key that reads back after SetValue: one word, and not starting with '#', since the rewritten line
+// starts at column 0, where '#' makes it a comment.
 bool plainWord(const std::string& word) {
-    if (word.empty()) return false;
+    if (word.empty() || word[0] == '#') return false;
     for (const char c : word) {
         if (c == '\0' || c == '=' || c == ' ' || (c >= '\t' && c <= '\r')) return false;
     }
