@@ -3,6 +3,8 @@
 # the given number of seconds (default 60) on a scratch copy of its seed corpus in fuzz/corpus/<Name>/.
 # A crash fails the run; its input is kept under build-fuzz/crashes/ to become a regression test.
 # Usage: scripts/fuzz.sh [seconds]
+# Environment: ZOR_FUZZ_SEED fixes libFuzzer's random seed, so that a short run explores the same way
+#              each time (CI sets it; left unset, every run explores afresh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -21,7 +23,7 @@ for fuzzer in "$build"/fuzz/*Fuzz; do
     corpus=$(mktemp -d)
     [ -d "fuzz/corpus/$name" ] && cp -r "fuzz/corpus/$name/." "$corpus/"
     echo "fuzz: $name for ${seconds}s"
-    if ! "$fuzzer" -max_total_time="$seconds" -rss_limit_mb=2048 -print_final_stats=0 \
+    if ! "$fuzzer" -max_total_time="$seconds" -rss_limit_mb=2048 -print_final_stats=0 -seed="${ZOR_FUZZ_SEED:-0}" \
             -artifact_prefix="$build/crashes/$name-" "$corpus" >"$build/$name.log" 2>&1; then
         echo "fuzz: $name FAILED (see $build/$name.log)"
         tail -n 40 "$build/$name.log"
