@@ -180,13 +180,13 @@ TEST(SysUtilsNamespace, OnlyEightInterfacesAreListedAndNamesGiveTheClass) {
     EXPECT_EQ("00:1A:2B:3C:4D:5E", table[1].sPhyAddr);
 }
 
-// A child process hides /proc in a private mount namespace (root only), so the route file is missing.
+// A child process hides its /proc/self/net in a private mount namespace (root only), so the route file
+// is missing.
 TEST(SysUtilsRouteFile, AFileThatCannotBeOpenedGivesMinusOneAndNoRoutes) {
     const pid_t pid = ::fork();
     if (pid == 0) {
-        if (::unshare(CLONE_NEWNS) != 0 ||
-            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            ::mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("none", "/proc/self/net", "tmpfs", 0, nullptr) != 0)
             ::_exit(77);
         zor::RouteTable table;
         ::_exit(zor::SysUtils::GetSysRouteTable(table) == -1 && table.GetTableSize() == 0 ? 0 : 1);
