@@ -35,12 +35,7 @@ std::map<std::string, std::string> snapshot(const std::string& root) {
 
 std::string journalName() { return ".filesystem." + std::to_string(getpid()) + ".log"; }
 
-std::vector<std::string> journalLines() {
-    std::vector<std::string> lines;
-    std::istringstream text(zortest::readFile(journalName()));
-    for (std::string line; std::getline(text, line);) lines.push_back(line);
-    return lines;
-}
+std::vector<std::string> journalLines() { return zortest::linesOf(journalName()); }
 
 // Whether line is a journal line with this tag and message.
 bool isLine(const std::string& line, const std::string& tag, const std::string& message) {

@@ -10,6 +10,7 @@
 #include "TestUtil.h"
 
 using zor::IPAddress;
+using zortest::relations;
 using zortest::thrownMessage;
 
 namespace {
@@ -26,15 +27,6 @@ std::string classes(const IPAddress& a) {
     std::string s;
     for (int i = 0; i < 5; ++i) s += is[i] ? "LMBWU"[i] : '-';
     return s;
-}
-
-// Which of the six comparisons of a with b hold, e.g. "!= < <=".
-std::string relations(const IPAddress& a, const IPAddress& b) {
-    const char* const names[] = {"==", "!=", "<", "<=", ">", ">="};
-    const bool holds[] = {a == b, a != b, a<b, a <= b, a> b, a >= b};
-    std::string s;
-    for (int i = 0; i < 6; ++i) s += holds[i] ? std::string(" ") + names[i] : "";
-    return s.substr(1);  // == or != always holds
 }
 
 }  // namespace

@@ -14,12 +14,7 @@
 
 namespace {
 
-std::vector<std::string> linesOf(const std::string& path) {
-    std::vector<std::string> lines;
-    std::istringstream in(zortest::readFile(path));
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
+using zortest::linesOf;
 
 std::string messageOf(const std::string& line) { return line.substr(line.find(") ") + 2); }
 

@@ -26,12 +26,7 @@
 
 namespace {
 
-std::vector<std::string> linesOf(const std::string& path) {
-    std::vector<std::string> lines;
-    std::istringstream in(zortest::readFile(path));
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
+using zortest::linesOf;
 
 // A character device that behaves like /dev/full, made inside the scratch directory so that renaming it
 // never touches the real /dev. Empty when the process may not make device nodes.

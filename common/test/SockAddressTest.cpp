@@ -10,20 +10,8 @@
 
 using zor::IPAddress;
 using zor::SockAddress;
+using zortest::relations;
 using zortest::thrownMessage;
-
-namespace {
-
-// Which of the six comparisons of a with b hold, e.g. "!= < <=".
-std::string relations(const SockAddress& a, const SockAddress& b) {
-    const char* const names[] = {"==", "!=", "<", "<=", ">", ">="};
-    const bool holds[] = {a == b, a != b, a<b, a <= b, a> b, a >= b};
-    std::string s;
-    for (int i = 0; i < 6; ++i) s += holds[i] ? std::string(" ") + names[i] : "";
-    return s.substr(1);  // == or != always holds
-}
-
-}  // namespace
 
 TEST(SockAddressRaw, ShortOrUnknownRecordsPrintThenThrowUnixTakesAnyLength) {
     sockaddr_storage record{};

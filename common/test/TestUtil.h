@@ -14,6 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace zortest {
 
@@ -83,6 +84,24 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
+}
+
+// The lines of a text file, without their newlines.
+inline std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(readFile(path));
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// Which of the six comparisons of a with b hold, e.g. "!= < <=".
+template <typename T>
+std::string relations(const T& a, const T& b) {
+    const char* const names[] = {"==", "!=", "<", "<=", ">", ">="};
+    const bool holds[] = {a == b, a != b, a<b, a <= b, a> b, a >= b};
+    std::string s;
+    for (int i = 0; i < 6; ++i) s += holds[i] ? std::string(" ") + names[i] : "";
+    return s.substr(1);  // == or != always holds
 }
 
 }  // namespace zortest
