@@ -223,6 +223,9 @@ void ActionMgr::scheduleImp(Action* a, ActionTime ms, ZR_BOOL head) {
                             a->Name().c_str());
             return;
     }
+    // A waiting action scheduled again keeps its pending entry, whichever list it goes to now: deleting
+    // it must then look for that entry as well.
+    if (state == Action::STATE_WAITING) a->m_bStrayEntry = true;
     if (delay == 0) {
         if (m_bInProgress && head == 0) {
             a->SetState(Action::STATE_POLL_WAITING);
@@ -239,11 +242,9 @@ void ActionMgr::scheduleImp(Action* a, ActionTime ms, ZR_BOOL head) {
         }
         return;
     }
-    // A waiting action keeps its old pending entry, whose position no longer matches the new due tick.
-    if (state == Action::STATE_WAITING) {
-        m_bPendSorted = false;
-        a->m_bStrayEntry = true;
-    }
+    // A new due tick for an action with an entry left behind moves that entry's due tick too, without
+    // moving the entry: the list is no longer sorted.
+    if (a->m_bStrayEntry) m_bPendSorted = false;
     a->SetState(Action::STATE_WAITING);
     a->SetSchedTick(now);
     a->SetDelayTicks(delay);
@@ -276,22 +277,23 @@ ZR_Int32 ActionMgr::ModActionTime(Action* a, ActionTime ms) {
     if (findAndEraseAction(m_listPend, a) != 0) return -1;
     const bool bWasSorted = m_bPendSorted, bHadStray = a->m_bStrayEntry;
     scheduleImp(a, ms, 0);  // logs the re-schedule: the state is still waiting
-    // The old entry is gone, so the order holds and no extra entry was made.
-    m_bPendSorted = bWasSorted;
+    // The entry it had is gone, so no extra one was made, and the order holds unless another entry of
+    // this action is left from before.
     a->m_bStrayEntry = bHadStray;
+    m_bPendSorted = bWasSorted && !bHadStray;
     return 0;
 }
 
 // An action rescheduled by its own callback (or by another thread while the callback runs) is waiting
 // again while still busy: it becomes detachable only when that callback returns.
 void ActionMgr::releaseUnlessRunning(Action* a) {
-    if (!a->inCallback()) a->SetDetachable(true);
+    if (a->m_iCallbacks.load() == 0) a->SetDetachable(true);
 }
 
 void ActionMgr::DeleteAction(Action* a) {
     if (a == nullptr) return;
     ScopedLock hold(m_mtxLock);
-    ZR_Int32 found = -1;
+    ZR_Int32 found = 0;  // states without a list look nowhere, so they miss nothing
     switch (a->GetState()) {
         case Action::STATE_WAITING:
             found = findAndEraseAction(m_listPend, a);

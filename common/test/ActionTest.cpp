@@ -118,13 +118,20 @@ TEST_F(ActionMgrTest, MisuseIsOnlyLoggedWithItsFixedLinesAndChangesNothing) {
     EXPECT_EQ(-1, m_mgr->ModActionTime(a, 100));  // not waiting
     m_mgr->NewAction(a, 500);
     m_mgr->DeleteAction(a);
-    m_mgr->DeleteAction(a);
+    EXPECT_FALSE(logged("cannot be deleted") || logged("not existed"));
+    m_mgr->DeleteAction(a);  // in no list: only the wrong-state line
     m_mgr->Schedule(a);
     EXPECT_EQ(-1, m_mgr->ModActionTime(a, 100));
     polls(10);
     EXPECT_EQ(1U, runs.size());
     EXPECT_TRUE(logged("(Action.cpp:DeleteAction:288) Warn:  Wrong actor a state 5, cannot be deleted"));
+    EXPECT_FALSE(logged("not existed"));
+    Action* lost = make("lost", runs);
+    lost->SetState(Action::STATE_WAITING);  // misuse: waiting, yet in no list
+    m_mgr->DeleteAction(lost);
     EXPECT_TRUE(logged("(Action.cpp:DeleteAction:297) Warn:  The actor is not existed: actor state = 5"));
+    EXPECT_FALSE(logged("Wrong actor lost"));
+    EXPECT_EQ(Action::STATE_TOBEDELETED, lost->GetState());
     Action* again = make("again", runs);  // scheduled again while waiting: two pending entries
     m_mgr->NewAction(again, 200);
     m_mgr->NewAction(again, 300);
@@ -140,6 +147,34 @@ TEST_F(ActionMgrTest, MisuseIsOnlyLoggedWithItsFixedLinesAndChangesNothing) {
     m_mgr->NewAction(twice, 500);
     m_mgr->NewAction(twice, 900);  // a second pending entry for the same action
     m_mgr->Schedule(new Action("active"));
+}
+
+// Scheduling a waiting action again with no delay, at the head, or from a callback leaves its pending
+// entry behind; deleting it must take that entry out too, or a later poll or insertion reads it after the
+// owner has freed the action.
+TEST_F(ActionMgrTest, DeletingAnActionScheduledAgainWhileWaitingLeavesNoEntryBehind) {
+    std::vector<std::string> runs;
+    using Again = void (*)(ActionMgr*, Action*);
+    const Again agains[] = {[](ActionMgr* m, Action* a) { m->Schedule(a); },
+                            [](ActionMgr* m, Action* a) { m->ScheduleHead(a); },
+                            [](ActionMgr* m, Action* a) { m->NewAction(a, 0); },
+                            [](ActionMgr* m, Action* a) { m->NewAction(a, 300); }};
+    for (Again again : agains) {
+        auto* a = new Action("freed");
+        a->SetProcessor(record, nullptr);  // would crash if it ever ran
+        m_mgr->NewAction(a, 100000);
+        again(m_mgr, a);
+        m_mgr->DeleteAction(a);
+        delete a;
+        m_mgr->NewAction(make("after", runs), 200000);  // walks the pending list
+    }
+    Action* ran = make("ran", runs);  // its stray entry outlives one run, then goes with the delete
+    m_mgr->NewAction(ran, 100);
+    m_mgr->Schedule(ran);
+    polls(1);
+    m_mgr->DeleteAction(ran);
+    polls(3);
+    EXPECT_EQ((std::vector<std::string>{"ran"}), runs);
 }
 
 TEST_F(ActionMgrTest, CorruptedActiveActionFailsThePollButLeavesTheManagerUsable) {
@@ -170,13 +205,17 @@ TEST_F(ActionMgrTest, DeletingAnActionThatReschedulesItselfStillWaitsForItsCallb
             auto* g = static_cast<Gate*>(d);
             ActionMgr::Instance()->Schedule(g->self);
             g->entered = true;
-            while (!g->release) zor::SysUtils::DelayMseconds(1);
+            zortest::waitUntil([g] { return g->release.load(); });
             return 0;
         },
         &gate);
     m_mgr->Schedule(a);
     std::thread poller([&] { m_mgr->Poll(); });
-    while (!gate.entered) zor::SysUtils::DelayMseconds(1);
+    if (!zortest::waitUntil([&] { return gate.entered.load(); })) {
+        gate.release = true;
+        poller.join();
+        FAIL() << "the callback never ran";
+    }
     EXPECT_EQ(Action::STATE_POLL_WAITING, a->GetState());
     m_mgr->DeleteAction(a);
     EXPECT_FALSE(a->GetDetachable());  // still running: a destructor would wait

@@ -1,7 +1,8 @@
 // TestUtil.h
 //
-// Helpers shared by the test programs: the message of a thrown runtime error, a scratch directory that a
-// test works in, and the number of open descriptors of the process (for leak checks).
+// Helpers shared by the test programs: the message of a thrown runtime error, a bounded wait for a
+// condition, a scratch directory that a test works in, and the number of open descriptors of the process
+// (for leak checks).
 #ifndef ZOR_TEST_TESTUTIL_H_
 #define ZOR_TEST_TESTUTIL_H_
 
@@ -9,11 +10,13 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace zortest {
@@ -27,6 +30,18 @@ std::string thrownMessage(Fn fn) {
         return e.what();
     }
     return "";
+}
+
+// Polls pred every millisecond until it holds (true) or timeoutMs have passed (false). Every wait in
+// the tests is bounded this way, so a fault fails the test instead of hanging the run.
+template <typename Pred>
+bool waitUntil(Pred pred, int timeoutMs = 30000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 // Number of descriptors the process has open right now.
