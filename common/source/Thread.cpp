@@ -8,6 +8,30 @@
 
 namespace zor {
 
+namespace {
+
+// The generation of the calling thread's own OSThread start; 0 in threads no OSThread started.
+thread_local ZR_Uint32 t_uGeneration = 0;
+
+// Destroys an initialised attribute object when the scope is left by an exception, so that no throwing
+// path needs its own clean-up; Keep() hands it on to its owner once set up.
+class AttrGuard {
+public:
+    explicit AttrGuard(pthread_attr_t* pAttr) : m_pAttr(pAttr) { pthread_attr_init(m_pAttr); }
+    ~AttrGuard() {
+        if (m_pAttr != nullptr) pthread_attr_destroy(m_pAttr);
+    }
+    AttrGuard(const AttrGuard&) = delete;
+    AttrGuard& operator=(const AttrGuard&) = delete;
+    pthread_attr_t* Get() const { return m_pAttr; }
+    void Keep() { m_pAttr = nullptr; }
+
+private:
+    pthread_attr_t* m_pAttr;
+};
+
+}  // namespace
+
 // Created when the library is loaded, so that Current() works in every thread an OSThread starts.
 OSThread::ThreadHolder OSThread::m_holder;
 
@@ -32,26 +56,20 @@ OSThread::OSThread()
       m_iCPUIndex(-1),
       m_threadID(),
       m_threadAttr() {
-    pthread_attr_init(&m_threadAttr);
-    if (pthread_attr_setstacksize(&m_threadAttr, STACK_NORMAL) != 0) {
-        pthread_attr_destroy(&m_threadAttr);
+    AttrGuard attr(&m_threadAttr);
+    if (pthread_attr_setstacksize(attr.Get(), STACK_NORMAL) != 0) {
         throw std::runtime_error("Set default stack size failed");
     }
-    if (pthread_attr_setscope(&m_threadAttr, PTHREAD_SCOPE_SYSTEM) != 0) {
-        pthread_attr_destroy(&m_threadAttr);
+    if (pthread_attr_setscope(attr.Get(), PTHREAD_SCOPE_SYSTEM) != 0) {
         throw std::runtime_error("Set thread scope failed");
     }
+    attr.Keep();  // owned by the object from here on; the destructor releases it
 }
 
 OSThread::~OSThread() {
     pthread_attr_destroy(&m_threadAttr);
     if (IsRunning()) Stop();
 }
-
-namespace {
-// The generation of the calling thread's own OSThread start; 0 in threads no OSThread started.
-thread_local ZR_Uint32 t_uGeneration = 0;
-}  // namespace
 
 struct OSThread::Launch {
     OSThread* self;

@@ -39,7 +39,7 @@ protected:
             pthread_attr_destroy(&attr);
         }
         m_entered.Signal();
-        while (m_bLoop && !IsStop()) zor::SysUtils::DelayMseconds(1);
+        zortest::waitUntil([this] { return !m_bLoop || IsStop() != 0; });
         finished = true;
     }
 
@@ -54,7 +54,7 @@ TEST(OSThreadLifecycle, StaysRunningAfterEntryReturnsUntilStopped) {
     EXPECT_EQ(static_cast<pthread_t>(-1), probe.GetTid());
     probe.Start();
     ASSERT_TRUE(probe.WaitEntered());
-    while (!probe.finished) zor::SysUtils::DelayMseconds(1);  // Entry() returns by itself
+    ASSERT_TRUE(zortest::waitUntil([&] { return probe.finished.load(); }));  // Entry() returns by itself
     EXPECT_EQ(1, probe.IsRunning());
     EXPECT_EQ(0, probe.IsStop());
     probe.StopAndWait();  // joins the finished thread at once
@@ -79,7 +79,8 @@ TEST(OSThreadLifecycle, DoubleStartMakesOneThreadAndRestartAfterStopWorks) {
     EXPECT_EQ(1, probe.IsStop());
     probe.Join();
     EXPECT_EQ(2, probe.entries.load());
-    while (!probe.finished) zor::SysUtils::DelayMseconds(1);  // the detached loop ends before the probe goes
+    // the detached loop ends before the probe goes
+    EXPECT_TRUE(zortest::waitUntil([&] { return probe.finished.load(); }));
 }
 
 // Counts the Entry() loops alive at once.
@@ -92,7 +93,7 @@ protected:
     void Entry() override {
         ++entries;
         ++alive;
-        while (!IsStop()) zor::SysUtils::DelayMseconds(1);
+        zortest::waitUntil([this] { return IsStop() != 0; });
         --alive;
     }
 };
@@ -100,12 +101,11 @@ protected:
 TEST(OSThreadLifecycle, ARestartNeverRevivesTheDetachedLoopAndAJoinedThreadIsNotJoinedAgain) {
     Loop loop;
     loop.Start();
-    while (loop.entries < 1) zor::SysUtils::DelayMseconds(1);
+    ASSERT_TRUE(zortest::waitUntil([&] { return loop.entries >= 1; }));
     loop.Stop();
     loop.Start();  // the old loop has most likely not looked at its flag yet
-    while (loop.entries < 2) zor::SysUtils::DelayMseconds(1);
-    for (int i = 0; i < 10000 && loop.alive != 1; ++i) zor::SysUtils::DelayMseconds(1);
-    EXPECT_EQ(1, loop.alive.load());
+    ASSERT_TRUE(zortest::waitUntil([&] { return loop.entries >= 2; }));
+    EXPECT_TRUE(zortest::waitUntil([&] { return loop.alive == 1; }, 10000));
     EXPECT_EQ(0, loop.IsStop());
 
     Probe once(false);
