@@ -56,30 +56,32 @@ public:
     /// @name Manager bookkeeping
     /// Read and written by ActionMgr while it holds the action.
     ///@{
-    void SetDetachable(bool bDetachable) { m_bDetachable = bDetachable; }  ///< false while the callback runs
-    bool GetDetachable() const { return m_bDetachable; }  ///< false only while the callback runs
-    void SetState(State eState) { m_eState = eState; }    ///< Sets the list the action is in.
-    State GetState() const { return m_eState; }           ///< The list the action is in.
+    /// False while the callback runs
+    ZOR_INLINE void SetDetachable(bool bDetachable) { m_bDetachable = bDetachable; }
+    /// False only while the callback runs
+    ZOR_INLINE bool GetDetachable() const { return m_bDetachable; }
+    /// Sets the list the action is in.
+    ZOR_INLINE void SetState(State eState) { m_eState = eState; }
+    ZOR_INLINE State GetState() const { return m_eState; }  ///< The list the action is in.
     /// Sets the manager's tick at which the action entered the pending list.
-    void SetSchedTick(ActionTick tick) { m_tickSched = tick; }
+    ZOR_INLINE void SetSchedTick(ActionTick tick) { m_tickSched = tick; }
     /// The manager's tick at which the action entered the pending list.
-    ActionTick GetSchedTick() const { return m_tickSched; }
+    ZOR_INLINE ActionTick GetSchedTick() const { return m_tickSched; }
     /// Sets the delay in ticks; the action is due at GetSchedTick() + GetDelayTicks().
-    void SetDelayTicks(ActionTick ticks) { m_tickDelay = ticks; }
+    ZOR_INLINE void SetDelayTicks(ActionTick ticks) { m_tickDelay = ticks; }
     /// The delay in ticks counted from GetSchedTick().
-    ActionTick GetDelayTicks() const { return m_tickDelay; }
+    ZOR_INLINE ActionTick GetDelayTicks() const { return m_tickDelay; }
     ///@}
     /// The name given at construction.
-    const std::string& Name() const { return m_sName; }
+    ZOR_INLINE const std::string& Name() const { return m_sName; }
 
 private:
     friend class ActionMgr;
-    // Callbacks of this action running right now (more than one only under concurrent polls). Deleting
-    // an action whose callback runs must not mark it detachable, or its destructor would not wait.
-    bool inCallback() const { return m_iCallbacks.load() != 0; }
 
     std::atomic<State> m_eState;
     std::atomic<bool> m_bDetachable;  ///< false only while the callback runs
+    // Callbacks of this action running right now (more than one only under concurrent polls). Deleting
+    // an action whose callback runs must not mark it detachable, or its destructor would not wait.
     std::atomic<int> m_iCallbacks{0};
     // Set under the manager's lock when a waiting action is scheduled again: the pending list may then
     // hold a second entry for it, which deleting the action must not leave behind.
@@ -126,7 +128,7 @@ public:
     /// Stops and joins the thread, deletes every action still queued, forgets the instance.
     static void DestroyInstance();
     /// Does nothing.
-    void Initialize() {}
+    ZOR_INLINE void Initialize() {}
 
     /// Runs the action at the next poll (or, during a poll, at the one after: an action that reschedules
     /// itself from its callback runs once per poll).
@@ -137,7 +139,11 @@ public:
     void NewAction(Action* a, ActionTime ms);
     /// Re-times a waiting action, counting from now. 0 on success, -1 when it is not waiting.
     ZR_Int32 ModActionTime(Action* a, ActionTime ms);
-    /// Takes the action out of whichever list holds it and marks it deleted; the caller still owns it.
+    /// Takes the action out of every list that holds it (with the entry that scheduling it again while it
+    /// waited left behind) and marks it deleted. The caller still owns it and may free it at once; the
+    /// destructor waits for a callback that is running. An action in no list (never scheduled, already run
+    /// or deleted, its callback running) is only marked, and the warning "Wrong actor %s state %d, cannot
+    /// be deleted" is logged.
     void DeleteAction(Action* a);
     /// One scheduling step; the manager's thread calls it every tick.
     ///
@@ -150,14 +156,17 @@ public:
     /// Read without the lock; set them before scheduling. The thread measures its drift against
     /// resolution x interval as they were when it started.
     ///@{
-    void SetResolution(ZR_Int32 ms) { m_iResolution = ms; }   ///< Sets the milliseconds per tick (100).
-    ZR_Int32 GetResolution() const { return m_iResolution; }  ///< Milliseconds per tick.
+    /// Sets the milliseconds per tick (100).
+    ZOR_INLINE void SetResolution(ZR_Int32 ms) { m_iResolution = ms; }
+    ZOR_INLINE ZR_Int32 GetResolution() const { return m_iResolution; }  ///< Milliseconds per tick.
     /// Sets how many polls pass between two checks for due actions (1: every poll).
-    void SetMaxLoops(ZR_Uint32 loops) { m_iMaxLoops = loops; }
-    ZR_Uint32 GetMaxLoops() const { return m_iMaxLoops; }  ///< Polls between two checks for due actions.
+    ZOR_INLINE void SetMaxLoops(ZR_Uint32 loops) { m_iMaxLoops = loops; }
+    /// Polls between two checks for due actions.
+    ZOR_INLINE ZR_Uint32 GetMaxLoops() const { return m_iMaxLoops; }
     /// Sets how many polls pass between two drift measurements of the thread (5).
-    void SetCompInterval(ZR_Uint32 polls) { m_iCompInterval = polls; }
-    ZR_Uint32 GetCompInterval() const { return m_iCompInterval; }  ///< Polls between drift measurements.
+    ZOR_INLINE void SetCompInterval(ZR_Uint32 polls) { m_iCompInterval = polls; }
+    /// Polls between drift measurements.
+    ZOR_INLINE ZR_Uint32 GetCompInterval() const { return m_iCompInterval; }
     ///@}
 
 protected:

@@ -32,6 +32,16 @@ typedef void* ZR_DLLHD;          ///< The handle of a loaded shared library.
 typedef int32_t ZR_SOCKET;       ///< A socket descriptor; -1 for none.
 typedef socklen_t ZR_SOCKLEN;    ///< The length of a socket address record.
 
+/// Marks an operation that a public header defines inline. A program that includes the header gets the
+/// inline copy; the library also emits and exports one, so that a program that calls the operation out of
+/// line, or looks it up with dlsym, finds it in libzor.so. ZOR_BUILDING_LIBRARY is defined only while the
+/// library itself is compiled, so callers' objects hold no copies they do not use.
+#ifdef ZOR_BUILDING_LIBRARY
+#define ZOR_INLINE [[gnu::used]]
+#else
+#define ZOR_INLINE
+#endif
+
 static_assert(sizeof(ZR_LONG) == 8 && sizeof(ZR_ULONG) == 8, "zor targets LP64 platforms");
 
 #endif  // ZOR_BASETYPES_H_

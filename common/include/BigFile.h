@@ -70,7 +70,7 @@ public:
     /// (the size is then -1). -1 when closed.
     ZR_Int64 GetFileSize();
     /// The path given at construction.
-    const std::string& GetFilePath() const { return m_filePath; }
+    ZOR_INLINE const std::string& GetFilePath() const { return m_filePath; }
     /// 1 exactly when Tell() equals GetFileSize(); 0 when the position cannot be read.
     ZR_BOOL IsEndOfFile();
 

@@ -34,18 +34,18 @@ public:
     Mutex& operator=(const Mutex&) = delete;  ///< Not copyable.
 
     /// Blocks until the calling thread holds the mutex. Throws "Cannot lock mutex, error = N".
-    void Lock() {
+    ZOR_INLINE void Lock() {
         const int iError = pthread_mutex_lock(&m_mutex);
         if (iError != 0) throwLockError(iError);
     }
     /// Releases the mutex. Throws "Cannot unlock mutex, error = N", for example when the caller does not
     /// hold it.
-    void Unlock() {
+    ZOR_INLINE void Unlock() {
         const int iError = pthread_mutex_unlock(&m_mutex);
         if (iError != 0) throwUnlockError(iError);
     }
     /// One attempt without blocking: 1 when taken, 0 when busy. Other errors throw as Lock().
-    ZR_BOOL TryLock() {
+    ZOR_INLINE ZR_BOOL TryLock() {
         const int iError = pthread_mutex_trylock(&m_mutex);
         if (iError == 0) return 1;
         if (iError != EBUSY) throwLockError(iError);  // busy is an answer, not a failure
@@ -59,7 +59,8 @@ public:
     ZR_BOOL TryLock(ZR_LONG mseconds);
 
 private:
-    // Lock and unlock sit on every hot path, so they are inline; only the rare throw is out of line.
+    // Lock and unlock sit on every hot path, so they are inline (and exported for out-of-line callers);
+    // only the rare throw is out of line.
     [[noreturn]] static void throwLockError(int iError);
     [[noreturn]] static void throwUnlockError(int iError);
 
@@ -101,9 +102,9 @@ private:
 class ScopedLock {
 public:
     /// Locks m, which must outlive this object.
-    explicit ScopedLock(Mutex& m) : m_mutex(m) { m_mutex.Lock(); }
+    ZOR_INLINE explicit ScopedLock(Mutex& m) : m_mutex(m) { m_mutex.Lock(); }
     /// Unlocks the mutex. noexcept: an unlock failure here ends the process by design.
-    ~ScopedLock() { m_mutex.Unlock(); }
+    ZOR_INLINE ~ScopedLock() { m_mutex.Unlock(); }
     ScopedLock(const ScopedLock&) = delete;             ///< Not copyable.
     ScopedLock& operator=(const ScopedLock&) = delete;  ///< Not copyable.
 

@@ -32,8 +32,8 @@ class RouteTable;
 /// @endcode
 class SysUtils {
 public:
-    SysUtils() {}   ///< Stateless; there is nothing to construct.
-    ~SysUtils() {}  ///< Stateless; there is nothing to release.
+    ZOR_INLINE SysUtils() {}   ///< Stateless; there is nothing to construct.
+    ZOR_INLINE ~SysUtils() {}  ///< Stateless; there is nothing to release.
 
     /// sched_get_priority_min() of a POSIX policy.
     static ZR_Int32 GetOSMinPriority(ZR_Int32 policy);

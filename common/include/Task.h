@@ -47,9 +47,9 @@ public:
 
 protected:
     /// For subclasses only.
-    Task() {}
+    ZOR_INLINE Task() {}
     /// Not virtual, and protected so that a Task cannot be deleted through a base pointer.
-    ~Task() {}
+    ZOR_INLINE ~Task() {}
 };
 
 /// The one-shot thread behind Task::ExecuteAsync(). It runs the task at most once.

@@ -86,7 +86,7 @@ public:
     void Join();
 
     /// 1 from Start() until Stop()/StopAndWait(), also after Entry() returned on its own.
-    ZR_BOOL IsRunning() const { return m_bStop.load() == 0 ? 1 : 0; }
+    ZOR_INLINE ZR_BOOL IsRunning() const { return m_bStop.load() == 0 ? 1 : 0; }
     /// The cooperative stop request that Entry() polls; always 1 in a thread of an earlier Start().
     ZR_BOOL IsStop() const;
 
@@ -105,11 +105,16 @@ public:
     /// Sets a label only; refused (0) while running, otherwise 1.
     ZR_BOOL SetThreadName(const std::string& sName);
 
-    ZR_Int32 GetStackSize() const { return m_iStackSize; }        ///< The stack size in bytes last set.
-    ZR_Int32 GetCPUIndex() const { return m_iCPUIndex; }          ///< The bound CPU, -1 for none.
-    ZR_Int32 GetPolicy() const { return m_iPolicy; }              ///< The policy last stored.
-    ZR_Int32 GetPriority() const { return m_iPriority; }          ///< The priority level last stored.
-    const std::string& GetThreadName() const { return m_sName; }  ///< The label; empty by default.
+    /// The stack size in bytes last set.
+    ZOR_INLINE ZR_Int32 GetStackSize() const { return m_iStackSize; }
+    /// The bound CPU, -1 for none.
+    ZOR_INLINE ZR_Int32 GetCPUIndex() const { return m_iCPUIndex; }
+    /// The policy last stored.
+    ZOR_INLINE ZR_Int32 GetPolicy() const { return m_iPolicy; }
+    /// The priority level last stored.
+    ZOR_INLINE ZR_Int32 GetPriority() const { return m_iPriority; }
+    /// The label; empty by default.
+    ZOR_INLINE const std::string& GetThreadName() const { return m_sName; }
     /// The thread's id while running, all ones otherwise.
     STTid GetTid() const;
 

@@ -30,9 +30,9 @@ public:
     virtual ~CJob();
 
     /// The job's serial number.
-    ZR_Uint32 GetJobNo() const { return m_jobNo; }
+    ZOR_INLINE ZR_Uint32 GetJobNo() const { return m_jobNo; }
     /// Non-zero when the worker deletes the job after Run().
-    ZR_BOOL ToDeleted() const { return m_toDeleted; }
+    ZOR_INLINE ZR_BOOL ToDeleted() const { return m_toDeleted; }
     /// The work; runs once, on a worker thread.
     virtual void Run() = 0;
 
@@ -140,19 +140,25 @@ public:
     /// @name Sizing
     /// Read without a lock; set them before Initialize().
     ///@{
-    void SetMaxThreadNum(ZR_Uint32 num) { m_maxNum = num; }  ///< Sets the most workers there may be (30).
-    ZR_Uint32 GetMaxThreadNum() const { return m_maxNum; }   ///< The most workers there may be.
+    /// Sets the most workers there may be (30).
+    ZOR_INLINE void SetMaxThreadNum(ZR_Uint32 num) { m_maxNum = num; }
+    /// The most workers there may be.
+    ZOR_INLINE ZR_Uint32 GetMaxThreadNum() const { return m_maxNum; }
     /// Sets the idle count below which the pool grows (4).
-    void SetLowIdleThreadNum(ZR_Uint32 num) { m_availLow = num; }
-    ZR_Uint32 GetLowIdleThreadNum() const { return m_availLow; }  ///< The idle count below which it grows.
+    ZOR_INLINE void SetLowIdleThreadNum(ZR_Uint32 num) { m_availLow = num; }
+    /// The idle count below which it grows.
+    ZOR_INLINE ZR_Uint32 GetLowIdleThreadNum() const { return m_availLow; }
     /// Sets the idle count above which the pool trims back to the initial size (12).
-    void SetHighIdleThreadNum(ZR_Uint32 num) { m_availHigh = num; }
-    ZR_Uint32 GetHighIdleThreadNum() const { return m_availHigh; }  ///< The idle count above which it trims.
-    void SetInitThreadNum(ZR_Uint32 num) { m_initNum = num; }  ///< Sets the workers started at first (10).
-    ZR_Uint32 GetInitThreadNum() const { return m_initNum; }   ///< The workers started by Initialize().
+    ZOR_INLINE void SetHighIdleThreadNum(ZR_Uint32 num) { m_availHigh = num; }
+    /// The idle count above which it trims.
+    ZOR_INLINE ZR_Uint32 GetHighIdleThreadNum() const { return m_availHigh; }
+    /// Sets the workers started at first (10).
+    ZOR_INLINE void SetInitThreadNum(ZR_Uint32 num) { m_initNum = num; }
+    /// The workers started by Initialize().
+    ZOR_INLINE ZR_Uint32 GetInitThreadNum() const { return m_initNum; }
     ///@}
     /// Workers counted idle; read without a lock, so it may lag a hand-over in progress.
-    ZR_Uint32 GetIdleThreadNum() const { return m_availNum; }
+    ZOR_INLINE ZR_Uint32 GetIdleThreadNum() const { return m_availNum; }
     /// Every worker that exists.
     ZR_Uint32 GetAllThreadNum();
     /// Workers running (or about to run) a job.

@@ -1,5 +1,6 @@
 #include "Locks.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "OSTime.h"
 #include "TestUtil.h"
 
 namespace {
@@ -73,6 +75,31 @@ TEST(MutexTimedTry, PollsInFiveMillisecondStepsAndGivesUp) {
     EXPECT_EQ(1, mutex.TryLock(10000));  // taken as soon as the owner lets go
     mutex.Unlock();
     owner.join();
+}
+
+// The lock operations are inline in the header, but a program that calls them out of line or looks them
+// up by name needs them in the shared library as well.
+TEST(MutexSymbols, TheLibraryExportsEveryLockOperation) {
+    Dl_info info{};
+    ASSERT_NE(0, dladdr(reinterpret_cast<void*>(&zor::OSTime::GetOSTick), &info));
+    if (std::string(info.dli_fname).find("libzor.so") == std::string::npos) {
+        GTEST_SKIP() << "the library is linked statically";
+    }
+    void* library = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(nullptr, library);
+    // Member functions called through plain pointers: the object travels as the first argument.
+    const auto lock = reinterpret_cast<void (*)(zor::Mutex*)>(dlsym(library, "_ZN3zor5Mutex4LockEv"));
+    const auto tryLock =
+        reinterpret_cast<ZR_BOOL (*)(zor::Mutex*)>(dlsym(library, "_ZN3zor5Mutex7TryLockEv"));
+    const auto unlock = reinterpret_cast<void (*)(zor::Mutex*)>(dlsym(library, "_ZN3zor5Mutex6UnlockEv"));
+    dlclose(library);
+    ASSERT_TRUE(lock != nullptr && tryLock != nullptr && unlock != nullptr);
+    zor::Mutex mutex(1);
+    lock(&mutex);
+    EXPECT_EQ(0, onOtherThread([&] { return mutex.TryLock(); }));
+    unlock(&mutex);
+    EXPECT_EQ(1, tryLock(&mutex));
+    mutex.Unlock();
 }
 
 TEST(ScopedLockRelease, LeavingTheScopeByAnExceptionUnlocks) {
