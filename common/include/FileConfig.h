@@ -26,9 +26,9 @@ namespace zor {
 /// value are scanned into one word buffer, and an empty value leaves the key in it. Callers rely on it.
 ///
 /// Results are __ErrorCode values: E_OK, E_FAILED (key absent, file not open, read error), E_INVPARAM
-/// (empty key or value, no file object), E_UNSUPPORT (SetValue() on a read-only object), E_CREATEFAIL
-/// (the rewrite's temporary file cannot be made). Nothing throws or logs; a failed read leaves `value` as
-/// it was, so preset it with the default.
+/// (empty key or value, a line break in what SetValue() would write, no file object), E_UNSUPPORT
+/// (SetValue() on a read-only object), E_CREATEFAIL (the rewrite's temporary file cannot be made).
+/// Nothing throws or logs; a failed read leaves `value` as it was, so preset it with the default.
 ///
 /// Every get and every rewrite holds an exclusive non-blocking flock on the file; when another process
 /// holds it the work goes on regardless. Not thread-safe: one thread uses an object at a time.
@@ -66,7 +66,8 @@ public:
     /// Every other byte of the file is copied unchanged through the sibling file path + "_tmp", which then
     /// takes the file's place (the old file is removed first, so for a moment the path does not exist). A
     /// key that is not in the file is never added: E_FAILED, the file is untouched and no "_tmp" file is
-    /// left. Checks come in this order: read-only (E_UNSUPPORT), then empty key or value (E_INVPARAM). A
+    /// left. Checks come in this order: read-only (E_UNSUPPORT), then empty key or value, or a key or value
+    /// holding a line break ('\n' or '\r', which would put a line of its own into the file) (E_INVPARAM). A
     /// failed write to the temporary file, or a value holding a NUL byte, also gives E_FAILED and leaves the
     /// file as it was. Afterwards the file is reopened for reading and writing and positioned at the offset
     /// just after the replaced piece as it was in the old file, so when the new line differs in length from

@@ -61,6 +61,9 @@ std::string valueOf(const char* pEquals, const std::string& key) {
     return word.empty() ? key : std::string(word);
 }
 
+// A key or value holding a line end would write a line of its own into the file.
+bool hasLineBreak(const std::string& text) { return text.find_first_of("\r\n") != std::string::npos; }
+
 // Unlocks the file when a search or copy ends, however it ends.
 class FileUnlocker {
 public:
@@ -110,6 +113,7 @@ ZR_INT FileConfig::GetValueContinous(const std::string& key, std::string& value)
 ZR_INT FileConfig::SetValue(const std::string& key, const std::string& value) {
     if (m_readonly) return E_UNSUPPORT;
     if (key.empty() || value.empty() || !m_file) return E_INVPARAM;
+    if (hasLineBreak(key) || hasLineBreak(value)) return E_INVPARAM;
     const std::string tempPath = m_file->GetFilePath() + "_tmp";
     StreamFile temp(tempPath);
     if (temp.Open(File::OpenModeWrite) != 0) return E_CREATEFAIL;

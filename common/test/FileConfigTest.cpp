@@ -88,6 +88,11 @@ TEST_F(FileConfigTest, FailedRewritesLeaveTheFileAlone) {
     EXPECT_EQ(zor::E_FAILED, config.SetValue("absent", "1"));
     EXPECT_FALSE(std::ifstream(path + "_tmp").good());
     EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", ""));
+    // A line break would smuggle a line of its own into the file.
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", "1\nb = injected"));
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", "1\rb = injected"));
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a\nb", "2"));
+    EXPECT_EQ(zor::E_UNSUPPORT, FileConfig(path, 1).SetValue("a", "1\n"));
     ASSERT_EQ(0, mkdir((path + "_tmp").c_str(), 0700));
     EXPECT_EQ(zor::E_CREATEFAIL, config.SetValue("a", "2"));
     EXPECT_EQ(content, readFile(path));
