@@ -180,6 +180,10 @@ public:
     ZR_Int64 Truncate(ZR_Uint64 newSize) override;
     ZR_INT Lock(ZR_BOOL shared, ZR_BOOL blocking) override;
     ZR_INT Unlock() override;
+    /// Hands the stream's buffered data to the system (fflush), then waits until the system has the
+    /// file's data on the disk (fsync), so that it survives a crash of the process or of the host.
+    /// 0, or -1 with errno as the failing call set it.
+    ZR_Int32 Sync();
 
 private:
     friend class BigFile;  ///< builds its mode string by the same rules

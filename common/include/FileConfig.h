@@ -26,9 +26,9 @@ namespace zor {
 /// value are scanned into one word buffer, and an empty value leaves the key in it. Callers rely on it.
 ///
 /// Results are __ErrorCode values: E_OK, E_FAILED (key absent, file not open, read error), E_INVPARAM
-/// (empty key or value, no file object), E_UNSUPPORT (SetValue() on a read-only object), E_CREATEFAIL
-/// (the rewrite's temporary file cannot be made). Nothing throws or logs; a failed read leaves `value` as
-/// it was, so preset it with the default.
+/// (empty key or value, a line break in what SetValue() would write, no file object), E_UNSUPPORT
+/// (SetValue() on a read-only object), E_CREATEFAIL (the rewrite's temporary file cannot be made).
+/// Nothing throws or logs; a failed read leaves `value` as it was, so preset it with the default.
 ///
 /// Every get and every rewrite holds an exclusive non-blocking flock on the file; when another process
 /// holds it the work goes on regardless. Not thread-safe: one thread uses an object at a time.
@@ -63,14 +63,18 @@ public:
     ZR_INT GetValueContinous(const std::string& key, std::string& value);
     /// Replaces the first piece whose key is `key` by `"key = value\n"`.
     ///
-    /// Every other byte of the file is copied unchanged through the sibling file path + "_tmp", which then
-    /// takes the file's place (the old file is removed first, so for a moment the path does not exist). A
-    /// key that is not in the file is never added: E_FAILED, the file is untouched and no "_tmp" file is
-    /// left. Checks come in this order: read-only (E_UNSUPPORT), then empty key or value (E_INVPARAM). A
-    /// failed write to the temporary file, or a value holding a NUL byte, also gives E_FAILED and leaves the
-    /// file as it was. Afterwards the file is reopened for reading and writing and positioned at the offset
-    /// just after the replaced piece as it was in the old file, so when the new line differs in length from
-    /// the old one, a following GetValueContinous() resumes that many bytes off.
+    /// Every other byte of the file is copied unchanged to the sibling file path + "_tmp", which is written
+    /// through to the disk (fflush and fsync) and then renamed over the file, and the directory is synced.
+    /// So at every moment, also when the process or the host dies mid-way, the path holds the whole old
+    /// file or the whole new one; a crash may leave the "_tmp" file behind, which the next SetValue()
+    /// overwrites. A key that is not in the file is never added: E_FAILED, the file is untouched and no
+    /// "_tmp" file is left. Checks come in this order: read-only (E_UNSUPPORT), then empty key or value,
+    /// or a key or value holding a line break ('\n' or '\r', which would put a line of its own into the
+    /// file) (E_INVPARAM). A failed write or sync of the temporary file, or a value holding a NUL byte,
+    /// also gives E_FAILED and leaves the file as it was. Afterwards the file is reopened for reading and
+    /// writing and positioned at the offset just after the replaced piece as it was in the old file, so when
+    /// the new line differs in length from the old one, a following GetValueContinous() resumes that many
+    /// bytes off.
     ZR_INT SetValue(const std::string& key, const std::string& value);
 
 private:
@@ -80,7 +84,7 @@ private:
     /// stored in matchEnd) or the file ends. matchKey false copies everything.
     CopyResult copyPieces(File& target, const std::string& key, bool matchKey, ZR_Int64& matchEnd);
     /// Writes the new line and the rest of the file to `temp`, then puts `temp` in the file's place.
-    ZR_INT replaceWith(File& temp, const std::string& tempPath, const std::string& line);
+    ZR_INT replaceWith(StreamFile& temp, const std::string& tempPath, const std::string& line);
     /// Gives up a rewrite: unlocks, removes the temporary file.
     ZR_INT abandon(File& temp, const std::string& tempPath, ZR_INT result);
 

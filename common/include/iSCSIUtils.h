@@ -117,13 +117,17 @@ struct ISCSIPortal {
 ///   shell metacharacters included, gives iSCSI_RTS_INVALID_PARAM and runs nothing, so nothing can be
 ///   injected. Target names read back from the tool's own node list pass the same check before they are
 ///   used.
+/// - Of those characters only '[' and ']' mean something to the shell: "[::1]" would be matched against
+///   the names of files in the working directory. The runner puts a backslash before each of them on the
+///   line, so the tool receives the text as written; a line without brackets is unchanged.
 /// - The output file is created exclusively (O_CREAT|O_EXCL, mode 0600) before the line runs, under a
 ///   number drawn from the library's own generator, seeded afresh in every process (and again after a
 ///   fork); a name that already exists is never reused, so a planted link cannot catch a root command's
 ///   output. The host program's random() sequence is left untouched.
-/// - A shell line is at most 127 characters. A line that would be longer is not run at all (cutting it
-///   could lose the redirection or shorten a target name into another target's); the runner still
-///   reports success, as it does for any shell outcome, and the readers then see an empty output.
+/// - A shell line is at most 127 characters, escapes included. A line that would be longer is not run at
+///   all (cutting it could lose the redirection or shorten a target name into another target's); the
+///   runner still reports success, as it does for any shell outcome, and the readers then see an empty
+///   output.
 ///
 /// Results: every operation returns an iSCSI_RTS code; none throws and none logs. Strings are
 /// NUL-terminated buffers owned by the caller. The character arrays of the records are filled with a
@@ -233,10 +237,11 @@ protected:
     /// iSCSI_RTS_DAEMON_DEAD when a line of "ps -e | grep iscsid" holds a 'D' (tested first),
     /// iSCSI_RTS_DAEMON_RUNNING when one holds "iscsid", else iSCSI_RTS_DAEMON_DOWN.
     iSCSI_RTS getDaemonStatus();
-    /// Runs one command with its output redirected into a new file named in `outFile`, which the caller
-    /// reads and removes. iSCSI_RTS_FAILED, running nothing and leaving `outFile` alone, for a number
-    /// without a command; iSCSI_RTS_SYSCALL_FAILED when no output file could be made; otherwise
-    /// iSCSI_RTS_SUCCEED whatever the shell did.
+    /// Runs one command, followed by `param` with a backslash before each '[' and ']', with its output
+    /// redirected into a new file named in `outFile`, which the caller reads and removes.
+    /// iSCSI_RTS_FAILED, running nothing and leaving `outFile` alone, for a number without a command;
+    /// iSCSI_RTS_SYSCALL_FAILED when no output file could be made; otherwise iSCSI_RTS_SUCCEED whatever
+    /// the shell did.
     iSCSI_RTS executeCommand(ZR_UINT command, const std::string& param, std::string& outFile);
 
     static std::map<ZR_UINT, std::string> m_mapCommandTable;  ///< Filled by the first Initialize().

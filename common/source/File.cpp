@@ -200,6 +200,12 @@ ZR_INT StreamFile::Unlock() {
     return ::flock(::fileno(m_file), LOCK_UN);
 }
 
+ZR_Int32 StreamFile::Sync() {
+    if (m_file == nullptr) return -1;
+    if (std::fflush(m_file) != 0) return -1;
+    return ::fsync(::fileno(m_file)) == 0 ? 0 : -1;
+}
+
 std::string StreamFile::getStrFileMode(ZR_Uint32 openMode) {
     std::string mode;
     if (has(openMode, OpenModeRead)) mode = "r";

@@ -1,8 +1,13 @@
 #include "FileConfig.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <memory>
 #include <string_view>
+
+#include "PosixUtil.h"
 
 namespace zor {
 
@@ -61,6 +66,18 @@ std::string valueOf(const char* pEquals, const std::string& key) {
     return word.empty() ? key : std::string(word);
 }
 
+// A key or value holding a line end would write a line of its own into the file.
+bool hasLineBreak(const std::string& text) { return text.find_first_of("\r\n") != std::string::npos; }
+
+// Makes a rename in the directory of `path` durable: until the directory is synced, a power cut can
+// still bring the old entry back. Best effort, as the rename itself has been done either way.
+void syncDirectoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const detail::FdGuard fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.Get() >= 0) ::fsync(fd.Get());
+}
+
 // Unlocks the file when a search or copy ends, however it ends.
 class FileUnlocker {
 public:
@@ -110,6 +127,7 @@ ZR_INT FileConfig::GetValueContinous(const std::string& key, std::string& value)
 ZR_INT FileConfig::SetValue(const std::string& key, const std::string& value) {
     if (m_readonly) return E_UNSUPPORT;
     if (key.empty() || value.empty() || !m_file) return E_INVPARAM;
+    if (hasLineBreak(key) || hasLineBreak(value)) return E_INVPARAM;
     const std::string tempPath = m_file->GetFilePath() + "_tmp";
     StreamFile temp(tempPath);
     if (temp.Open(File::OpenModeWrite) != 0) return E_CREATEFAIL;
@@ -148,19 +166,22 @@ FileConfig::CopyResult FileConfig::copyPieces(File& target, const std::string& k
     return COPY_DONE;
 }
 
-ZR_INT FileConfig::replaceWith(File& temp, const std::string& tempPath, const std::string& line) {
+ZR_INT FileConfig::replaceWith(StreamFile& temp, const std::string& tempPath, const std::string& line) {
     ZR_Int64 unused = -1;
     if (temp.WriteLine(line.c_str()) != static_cast<ZR_Int32>(line.size()) ||
-        copyPieces(temp, std::string(), false, unused) != COPY_DONE || temp.Seek(0, File::SeekPosEnd) != 0) {
-        // The seek flushes the buffered copy, so a full disk shows here instead of vanishing in Close().
+        copyPieces(temp, std::string(), false, unused) != COPY_DONE || temp.Sync() != 0) {
+        // The copy is on the disk before it takes the file's place, so neither a full disk nor a crash
+        // can put a short file there.
         return abandon(temp, tempPath, E_FAILED);
     }
     m_file->Unlock();
     m_file->Close();
     temp.Close();
+    // Renamed over the old file, never removing it first: the path holds the old or the new file at every
+    // moment, so a process killed here leaves a whole configuration for its successor.
     const std::string path = m_file->GetFilePath();
-    File::Remove(path);
     File::Rename(tempPath, path);
+    syncDirectoryOf(path);
     return E_OK;
 }
 

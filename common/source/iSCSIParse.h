@@ -62,8 +62,8 @@ std::string boundedText(const ZR_CHAR (&src)[N]) {
     return std::string(src, strnlen(src, N));
 }
 
-// True for a non-empty text made only of characters a portal address or an iSCSI name can hold; such a
-// text can stand on a shell line unquoted without meaning anything to the shell.
+// True for a non-empty text made only of characters a portal address or an iSCSI name can hold. Such a
+// text means nothing to the shell but for the pattern brackets '[' ']', which the runner escapes.
 inline bool isShellSafe(const char* psz) {
     if (psz == nullptr || *psz == '\0') return false;
     for (; *psz != '\0'; ++psz) {

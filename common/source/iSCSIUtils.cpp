@@ -76,6 +76,20 @@ bool openOutput(const std::string& file, std::ifstream& in) {
     return in.is_open();
 }
 
+// The parameter as the shell must see it: a backslash before each '[' and ']'. The checked texts may
+// hold them (bracketed IPv6 portals), and a bare "[::1]" is a pattern the shell would replace by the
+// names of matching files in the working directory. Every other character they may hold is plain to
+// the shell, so a parameter without brackets stays as it is.
+std::string escapeBrackets(const std::string& param) {
+    std::string escaped;
+    escaped.reserve(param.size());
+    for (const char c : param) {
+        if (c == '[' || c == ']') escaped += '\\';
+        escaped += c;
+    }
+    return escaped;
+}
+
 // Copies the first device with the LUN into `device`.
 iSCSI_RTS deviceByLun(const std::vector<SCSIDEVICE>& devices, ZR_UCHAR lun, SCSIDEVICE& device) {
     for (const SCSIDEVICE& candidate : devices) {
@@ -413,8 +427,8 @@ iSCSI_RTS CiSCSIUtils::executeCommand(ZR_UINT command, const std::string& param,
     if (it == m_mapCommandTable.end()) return iSCSI_RTS_FAILED;  // Initialize() has not run
     if (generateFileName(outFile) != iSCSI_RTS_SUCCEED) return iSCSI_RTS_SYSCALL_FAILED;
     char szLine[128];
-    const int len = std::snprintf(szLine, sizeof szLine, "%s %s > %s", it->second.c_str(), param.c_str(),
-                                  outFile.c_str());
+    const int len = std::snprintf(szLine, sizeof szLine, "%s %s > %s", it->second.c_str(),
+                                  escapeBrackets(param).c_str(), outFile.c_str());
     // A cut line could lose its redirection or name another target, so a line that does not fit is not
     // run; its output file stays empty.
     if (len < 0 || static_cast<size_t>(len) >= sizeof szLine) return iSCSI_RTS_SUCCEED;

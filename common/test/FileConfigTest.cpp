@@ -1,7 +1,11 @@
 #include "FileConfig.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "TestUtil.h"
 
@@ -88,6 +92,11 @@ TEST_F(FileConfigTest, FailedRewritesLeaveTheFileAlone) {
     EXPECT_EQ(zor::E_FAILED, config.SetValue("absent", "1"));
     EXPECT_FALSE(std::ifstream(path + "_tmp").good());
     EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", ""));
+    // A line break would smuggle a line of its own into the file.
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", "1\nb = injected"));
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a", "1\rb = injected"));
+    EXPECT_EQ(zor::E_INVPARAM, config.SetValue("a\nb", "2"));
+    EXPECT_EQ(zor::E_UNSUPPORT, FileConfig(path, 1).SetValue("a", "1\n"));
     ASSERT_EQ(0, mkdir((path + "_tmp").c_str(), 0700));
     EXPECT_EQ(zor::E_CREATEFAIL, config.SetValue("a", "2"));
     EXPECT_EQ(content, readFile(path));
@@ -105,4 +114,68 @@ TEST_F(FileConfigTest, LongLinesAndNulBytesArePiecesAndSurviveRewrites) {
     EXPECT_EQ("z", get(config, "z"));
     ASSERT_EQ(zor::E_OK, config.SetValue("z", "9"));
     EXPECT_EQ(longLine + binary + "z = 9\n", readFile(path));
+}
+
+// A process rewriting `key` of a file over and over, alternating "one" and "two", until it is killed. The
+// destructor kills and reaps it, so a failed assertion cannot leave it running.
+class Rewriter {
+public:
+    Rewriter(const std::string& path, const std::string& key) {
+        int fds[2];
+        if (pipe(fds) != 0) throw std::runtime_error("pipe failed");
+        m_pid = fork();
+        if (m_pid < 0) {
+            close(fds[0]);
+            close(fds[1]);
+            throw std::runtime_error("fork failed");
+        }
+        if (m_pid == 0) {
+            FileConfig config(path, 0);
+            const bool ready = config.Initialize() == zor::E_OK;
+            (void)!write(fds[1], ready ? "1" : "0", 1);
+            for (unsigned turn = 0; ready; ++turn) config.SetValue(key, turn % 2 ? "one" : "two");
+            _exit(1);
+        }
+        close(fds[1]);
+        m_ready = fds[0];
+    }
+    ~Rewriter() {
+        Kill();
+        close(m_ready);
+    }
+    Rewriter(const Rewriter&) = delete;
+    Rewriter& operator=(const Rewriter&) = delete;
+
+    // True once the writer has opened the file; false if it could not, or did not say within 30 s.
+    bool WaitReady() {
+        pollfd ready = {m_ready, POLLIN, 0};
+        char answer = '0';
+        return poll(&ready, 1, 30000) == 1 && read(m_ready, &answer, 1) == 1 && answer == '1';
+    }
+    void Kill() {
+        if (m_pid <= 0) return;
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+        m_pid = 0;
+    }
+
+private:
+    pid_t m_pid;
+    int m_ready;
+};
+
+TEST_F(FileConfigTest, AWriterKilledAtAnyStepLeavesTheOldOrTheNewFile) {
+    const std::string before = "# service\nkey = ", after = "\nport = 80\n";
+    writeFile(path, before + "one" + after);
+    for (int round = 0; round < 100; ++round) {
+        Rewriter writer(path, "key");
+        ASSERT_TRUE(writer.WaitReady());
+        // Look at the file while it is being replaced, a little longer each round, then kill the writer
+        // wherever it is: the file must be there at every moment, whole.
+        for (int look = 0; look < round * 100; ++look) ASSERT_EQ(0, access(path.c_str(), F_OK)) << round;
+        writer.Kill();
+        ASSERT_EQ(0, access(path.c_str(), F_OK)) << "killed in round " << round;
+        const std::string content = readFile(path);
+        ASSERT_TRUE(content == before + "one" + after || content == before + "two" + after) << content;
+    }
 }

@@ -52,6 +52,13 @@ TEST_F(FileTest, OpenModesTruncateOrAppendOnlyWhereTheyShould) {
     EXPECT_EQ(0, appendOnly.Read(buffer, sizeof buffer));
     EXPECT_EQ(2, appendOnly.Write(bytes("xy"), 2));
     EXPECT_EQ("123xy", readFile(dir / "s4"));  // Sync flushed without a Close
+    StreamFile buffered(dir / "s5");
+    EXPECT_EQ(-1, buffered.Sync());  // nothing open
+    ASSERT_EQ(0, buffered.Open(File::OpenModeWrite));
+    EXPECT_EQ(2, buffered.Write(bytes("xy"), 2));
+    EXPECT_EQ("", readFile(dir / "s5"));  // still in the stream's buffer
+    EXPECT_EQ(0, buffered.Sync());
+    EXPECT_EQ("xy", readFile(dir / "s5"));
 
     EXPECT_EQ(-1, PrimeFile(dir / "missing").Open(File::OpenModeRead));
     for (ZR_Uint32 mode : {0u, 8u, 16u, 32u}) EXPECT_EQ(-1, StreamFile(dir / "s2").Open(mode)) << mode;

@@ -163,6 +163,23 @@ TEST_F(ISCSI, UnsafeTextsNeverReachTheShell) {
     EXPECT_EQ("iscsiadm -m node -o delete -T " + std::string(kDiskA) + "; ", Commands());
 }
 
+// "[::1]" is a bracket expression to the shell: next to files named "1" and ":" it would reach the tool
+// as the two words ": 1".
+TEST_F(ISCSI, BracketedAddressesReachTheToolAsWrittenBesideMatchingFiles) {
+    DaemonRuns();
+    const std::string dir = m_dir / "cwd";
+    ASSERT_EQ(0, mkdir(dir.c_str(), 0700));
+    for (const char* name : {"1", ":", "a"}) writeFile(dir + "/" + name, "");
+    zortest::WorkDir cwd(dir);
+    char ip[] = "[::1]", target[] = "[a]";
+    std::vector<ISCSIPortal> portals;
+    EXPECT_EQ(iSCSI_RTS_SUCCEED, m_iscsi.iSCSIDiscoveryIPSAN(ip, portals));
+    EXPECT_EQ(iSCSI_RTS_SUCCEED, m_iscsi.iSCSIRemoveTargetPortal(ip, target));
+    EXPECT_EQ(kWatch + "iscsiadm -m discovery -t st -p [::1]; iscsiadm -m node; " +
+                  "iscsiadm -m node -o delete -T [a]; ",
+              Commands());
+}
+
 TEST_F(ISCSI, SessionStatusCountAndLunLookupFollowTheToolsOutput) {
     Reply("iscsiadm -m session -P 1", "session-P1.txt");
     Reply("iscsiadm -m session -P 3 -r 12", "session-P3.txt");
