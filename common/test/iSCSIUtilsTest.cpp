@@ -49,7 +49,6 @@ protected:
         const std::string copy =
             "cd '" + m_dir.Path() + "' && cp -r '" + kFakes + "/bin' . && chmod 755 bin/*";
         ASSERT_EQ(0, std::system((copy + " && mkdir replies").c_str()));
-        m_path = std::getenv("PATH");
         setenv("ZOR_FAKE_DIR", m_dir.Path().c_str(), 1);
         setenv("PATH", (m_dir / "bin:" + m_path).c_str(), 1);
     }
@@ -77,7 +76,8 @@ protected:
     }
 
     zortest::ScratchDir m_dir;
-    std::string m_path;
+    // Taken before SetUp() changes it, so that a SetUp() that fails half-way still restores it.
+    const std::string m_path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
     Probe m_iscsi;
 };
 
