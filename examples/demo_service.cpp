@@ -2,8 +2,8 @@
 //
 //   - the logger writes asynchronously into <workdir>/logs/demo.log, separated into backups;
 //   - the action manager runs a periodic action that hands an MD5 job to the thread pool;
-//   - an Epoll reactor serves a TCP echo protocol on a free loopback port with our sockets, and a
-//     built-in client drives it for --seconds;
+//   - an Epoll reactor serves a TCP echo protocol on a loopback port (echo_server.h), and a built-in
+//     client drives it for --seconds;
 //   - the service's own file-system changes go to the change journal in <workdir>;
 //   - everything stops in order (client, actions, pool, reactor, journal, logger last) and the demo
 //     prints what it did. It exits 0 only if no echo was lost and no thread or descriptor is left.
@@ -18,14 +18,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Action.h"
-#include "Epoll.h"
 #include "FileSystem.h"
 #include "Logger.h"
 #include "MD5.h"
@@ -36,6 +37,7 @@
 #include "Thread.h"
 #include "ThreadPool.h"
 #include "ZorVersion.h"
+#include "echo_server.h"
 
 namespace {
 
@@ -124,65 +126,22 @@ int onTick(void* data) {
     return 0;
 }
 
-// ---- the echo server: an acceptor and one handler per connection, all on the reactor's thread ----
-
-class Connection : public zor::IOEventHandler {
-public:
-    Connection(zor::Epoll& reactor, zor::TCPSocket* socket) : m_reactor(reactor), m_socket(socket) {}
-    void Recvice() override {
-        ZR_BYTE buffer[4096];
-        const ZR_INT got = m_socket->RecvBytes(buffer, sizeof buffer);
-        if (got <= 0) return finish();
-        for (ZR_INT sent = 0; sent < got;) {
-            const ZR_INT n = m_socket->SendBytes(buffer + sent, static_cast<ZR_Uint32>(got - sent));
-            if (n <= 0) return finish();
-            sent += n;
-        }
-    }
-    void Send() override {}
-    void Exception(ZR_Int32) override { finish(); }
-
-private:
-    // The peer left: the reactor forgets the descriptor and the handler ends itself.
-    void finish() {
-        m_reactor.EpollDelete(m_socket->Descriptor(), 0, this);
-        delete this;
-    }
-
-    zor::Epoll& m_reactor;
-    std::unique_ptr<zor::TCPSocket> m_socket;
-};
-
-class Acceptor : public zor::IOEventHandler {
-public:
-    Acceptor(zor::Epoll& reactor, zor::TCPServer& server) : m_reactor(reactor), m_server(server) {}
-    void Recvice() override {
-        zor::SockAddress peer;
-        zor::TCPSocket* socket = m_server.Accept(peer);
-        if (socket == nullptr) return;
-        auto* connection = new Connection(m_reactor, socket);
-        if (m_reactor.EpollAdd(socket->Descriptor(), EPOLLIN, connection) != zor::E_OK) delete connection;
-    }
-    void Send() override {}
-    void Exception(ZR_Int32) override {}
-
-private:
-    zor::Epoll& m_reactor;
-    zor::TCPServer& m_server;
-};
+// ---- the echo server's loop: the reactor dispatches on a thread of its own ----
 
 class Dispatcher : public zor::OSThread {
 public:
-    explicit Dispatcher(zor::Epoll& reactor) : m_reactor(reactor) {}
-    ~Dispatcher() override { StopAndWait(); }
-
-protected:
-    void Entry() override {
-        while (!IsStop()) m_reactor.EpollWait(50);
+    explicit Dispatcher(echo::Server& server) : m_server(server) {}
+    // Stop() wakes the loop wherever it waits; then the thread can be joined.
+    ~Dispatcher() override {
+        m_server.Stop();
+        StopAndWait();
     }
 
+protected:
+    void Entry() override { m_server.Run(); }
+
 private:
-    zor::Epoll& m_reactor;
+    echo::Server& m_server;
 };
 
 // ---- the built-in client: several connections, each message checked when it comes back ----
@@ -272,16 +231,61 @@ long demoLinesKept(const std::string& logPath) {
     return lines;
 }
 
+// The periodic action feeds the pool: the pool starts first and the action is scheduled last.
+zor::Action* startWork() {
+    zor::CThreadPool::GetInstance()->Initialize();
+    auto* ticker = new zor::Action("ticker");
+    ticker->SetProcessor(onTick, ticker);
+    zor::ActionMgr::Instance()->NewAction(ticker, 100);
+    return ticker;
+}
+
+// The reverse: no new job once the action is gone, then the pool once the jobs pushed are done.
+void stopWork(zor::Action* ticker) {
+    g_counters.stopping = true;
+    zor::ActionMgr::Instance()->DeleteAction(ticker);
+    zor::ActionMgr::DestroyInstance();
+    delete ticker;  // after DeleteAction: the manager no longer holds it
+    while (g_counters.jobsDone < g_counters.jobsPushed) zor::SysUtils::DelayMseconds(10);
+    zor::CThreadPool::DeleteInstance();
+}
+
+// Serves echoes while the built-in client drives them and the periodic work runs, then stops it all in
+// order: client, action and pool, reactor loop, server. False when the server cannot listen.
+bool serveEchoes(const Options& options, ZR_Uint16 port) {
+    std::unique_ptr<echo::Server> server;
+    try {
+        server.reset(new echo::Server(zor::SockAddress("127.0.0.1", port)));
+    } catch (const std::runtime_error& e) {
+        std::fprintf(stderr, "demo_service: %s\n", e.what());
+        return false;
+    }
+    DEMO_LOG("echo server on %s", server->Address().ToString().c_str());
+    zor::Action* ticker = startWork();
+    {
+        Dispatcher dispatcher(*server);
+        dispatcher.Start();
+        {
+            EchoClient client(server->Address(), options.iClients);
+            client.Start();
+            zor::SysUtils::DelaySeconds(options.iSeconds);
+        }  // the client stops and closes its connections
+        stopWork(ticker);
+    }  // the reactor's loop ends
+    return true;
+}  // the server closes what is still open
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
+    std::signal(SIGPIPE, SIG_IGN);  // our sockets send without MSG_NOSIGNAL: a vanished peer is an error
     const int descriptorsAtStart = openDescriptors();
     const int threadsAtStart = runningThreads();
     ::mkdir(options.sWorkDir.c_str(), 0755);
     if (chdir(options.sWorkDir.c_str()) != 0) {
-        std::fprintf(stderr, "cannot enter %s\n", options.sWorkDir.c_str());
-        return 2;
+        std::fprintf(stderr, "demo_service: cannot enter %s\n", options.sWorkDir.c_str());
+        return 1;
     }
     const std::string workDir = zor::filesystem::GetCurWorkDir();
     std::printf("zor %s demo service in %s, running %d s\n", ZOR_VERSION_STRING, workDir.c_str(),
@@ -296,41 +300,9 @@ int main(int argc, char** argv) {
     g_counters.bChurn = options.bChurn;
     zor::Path::SetOutput(1);
     touchTheDisk();
-
-    zor::CThreadPool::GetInstance()->Initialize();
-    auto* ticker = new zor::Action("ticker");
-    ticker->SetProcessor(onTick, ticker);
-    zor::ActionMgr::Instance()->NewAction(ticker, 100);
-
     const ZR_Uint16 port = options.iPort > 0 ? static_cast<ZR_Uint16>(options.iPort)
                                              : zor::SysUtils::GetAvailPortTCP("127.0.0.1", 20000, 40000);
-    zor::TCPServer server(2);
-    server.SetReuseAddress(1);
-    if (port == 0 || server.Bind(zor::SockAddress("127.0.0.1", port)) != 0 || server.Listen(64) != 0) {
-        std::fprintf(stderr, "cannot listen on 127.0.0.1:%u\n", port);
-        return 2;
-    }
-    DEMO_LOG("echo server on %s", server.LocalAddress().ToString().c_str());
-    {
-        zor::Epoll reactor(50, 64);
-        reactor.EpollInitialize();
-        reactor.EpollAdd(server.Descriptor(), EPOLLIN, new Acceptor(reactor, server));
-        Dispatcher dispatcher(reactor);
-        dispatcher.Start();
-        {
-            EchoClient client(server.LocalAddress(), options.iClients);
-            client.Start();
-            zor::SysUtils::DelaySeconds(options.iSeconds);
-        }  // the client stops and closes its connections
-        g_counters.stopping = true;
-        zor::ActionMgr::Instance()->DeleteAction(ticker);
-        zor::ActionMgr::DestroyInstance();
-        delete ticker;
-        while (g_counters.jobsDone < g_counters.jobsPushed) zor::SysUtils::DelayMseconds(10);
-        zor::CThreadPool::DeleteInstance();
-        dispatcher.StopAndWait();
-    }  // the reactor deletes the acceptor and any connection still registered
-    server.Close();
+    const bool bServed = port != 0 && serveEchoes(options, port);
 
     const std::string logPath = workDir + "/logs/demo.log";
     const std::string journalPath = workDir + "/.filesystem." + std::to_string(getpid()) + ".log";
@@ -354,8 +326,8 @@ int main(int argc, char** argv) {
     std::printf("log:                %s\n", logPath.c_str());
     std::printf("journal:            %s\n", journalPath.c_str());
     std::printf("threads left:       %d, descriptors left: %d\n", threadsLeft, descriptorsLeft);
-    const bool ok = g_counters.echoErrors == 0 && g_counters.echoes > 0 && g_counters.jobsDone > 0 &&
-                    bLogOk && threadsLeft == 0 && descriptorsLeft == 0;
+    const bool ok = bServed && g_counters.echoErrors == 0 && g_counters.echoes > 0 &&
+                    g_counters.jobsDone > 0 && bLogOk && threadsLeft == 0 && descriptorsLeft == 0;
     std::printf("%s\n", ok ? "demo finished cleanly" : "demo FAILED");
     return ok ? 0 : 1;
 }
