@@ -8,20 +8,19 @@
 //   - everything stops in order (client, actions, pool, reactor, journal, logger last) and the demo
 //     prints what it did. It exits 0 only if no echo was lost and no thread or descriptor is left.
 //
-//   demo_service [--seconds N] [--port P] [--workdir DIR] [--clients N] [--log-lines N] [--sync-log]
-//                [--churn]
-// --sync-log writes the log synchronously; --churn repeats the file-system changes at every tick (the
-// soak test uses both, with many clients).
+// demo_service --help lists the options; the soak test uses --sync-log, --churn and many clients.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -51,19 +50,74 @@ struct Options {
     std::string sWorkDir = "demo-run";
 };
 
-Options parseOptions(int argc, char** argv) {
-    Options options;
+const char* const USAGE =
+    "Usage: demo_service [OPTION]...\n"
+    "Runs a small service built on zor, stops it in order and checks that nothing was lost.\n"
+    "\n"
+    "  --seconds N     run the echo clients for N seconds (1 to 86400; default 5)\n"
+    "  --port P        serve on 127.0.0.1:P (1 to 65535; default: the first free port from 20000)\n"
+    "  --clients N     open N client connections (1 to 1000; default 8)\n"
+    "  --log-lines N   separate the log into a backup every N lines (1 to 1000000000; default 50)\n"
+    "  --workdir DIR   write the log, the journal and the demo's files under DIR (default demo-run)\n"
+    "  --sync-log      write the log synchronously instead of through its writer thread\n"
+    "  --churn         repeat the journalled file-system changes at every tick\n"
+    "  --help          print this help and exit\n"
+    "\n"
+    "Exit status: 0 when the demo finished cleanly, 1 when it failed, 2 for a wrong command line.\n";
+
+// Says what is wrong with the command line; returns the exit status for it.
+int usageError(const std::string& problem) {
+    std::fprintf(stderr, "demo_service: %s\nTry 'demo_service --help'.\n", problem.c_str());
+    return 2;
+}
+
+// An option that takes a whole number from lo to hi.
+struct Numeric {
+    const char* name;
+    int* value;
+    long lo, hi;
+};
+
+// Stores the number in `text` if it is a whole one in range; false otherwise.
+bool parseNumber(const char* text, const Numeric& option) {
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || number < option.lo || number > option.hi) return false;
+    *option.value = static_cast<int>(number);
+    return true;
+}
+
+// Fills `options` from the command line. Returns -1 to run the demo, or the status to exit with at once.
+int parseOptions(int argc, char** argv, Options& options) {
+    const Numeric numerics[] = {{"--seconds", &options.iSeconds, 1, 86400},
+                                {"--port", &options.iPort, 1, 65535},
+                                {"--clients", &options.iClients, 1, 1000},
+                                {"--log-lines", &options.iLogLines, 1, 1000000000}};
+    const Numeric* const noNumeric = std::end(numerics);
     for (int i = 1; i < argc; ++i) {
-        const char* value = i + 1 < argc ? argv[i + 1] : "0";
-        if (std::strcmp(argv[i], "--seconds") == 0) options.iSeconds = std::atoi(value);
-        if (std::strcmp(argv[i], "--port") == 0) options.iPort = std::atoi(value);
-        if (std::strcmp(argv[i], "--clients") == 0) options.iClients = std::max(1, std::atoi(value));
-        if (std::strcmp(argv[i], "--log-lines") == 0) options.iLogLines = std::max(1, std::atoi(value));
-        if (std::strcmp(argv[i], "--workdir") == 0) options.sWorkDir = value;
-        if (std::strcmp(argv[i], "--sync-log") == 0) options.bSyncLog = true;
-        if (std::strcmp(argv[i], "--churn") == 0) options.bChurn = true;
+        const std::string arg = argv[i];
+        if (arg == "--help") {
+            std::fputs(USAGE, stdout);
+            return 0;
+        }
+        if (arg == "--sync-log" || arg == "--churn") {
+            (arg == "--sync-log" ? options.bSyncLog : options.bChurn) = true;
+            continue;
+        }
+        if (arg.compare(0, 2, "--") != 0) return usageError("unexpected argument '" + arg + "'");
+        const Numeric* numeric =
+            std::find_if(std::begin(numerics), noNumeric, [&](const Numeric& n) { return arg == n.name; });
+        if (numeric == noNumeric && arg != "--workdir") return usageError("unknown option '" + arg + "'");
+        if (++i == argc) return usageError(arg + " needs a value");
+        if (numeric == noNumeric) {
+            options.sWorkDir = argv[i];
+        } else if (!parseNumber(argv[i], *numeric)) {
+            return usageError(arg + " needs a whole number from " + std::to_string(numeric->lo) + " to " +
+                              std::to_string(numeric->hi) + ", not '" + argv[i] + "'");
+        }
     }
-    return options;
+    return -1;
 }
 
 int countEntries(const char* dir) {
@@ -278,7 +332,9 @@ bool serveEchoes(const Options& options, ZR_Uint16 port) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const Options options = parseOptions(argc, argv);
+    Options options;
+    const int status = parseOptions(argc, argv, options);
+    if (status >= 0) return status;
     std::signal(SIGPIPE, SIG_IGN);  // our sockets send without MSG_NOSIGNAL: a vanished peer is an error
     const int descriptorsAtStart = openDescriptors();
     const int threadsAtStart = runningThreads();
