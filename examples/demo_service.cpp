@@ -20,7 +20,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -122,10 +124,8 @@ int parseOptions(int argc, char** argv, Options& options) {
 
 int countEntries(const char* dir) {
     int count = 0;
-    if (DIR* d = opendir(dir)) {
-        while (readdir(d) != nullptr) ++count;
-        closedir(d);
-    }
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(dir), closedir);
+    while (listing && readdir(listing.get()) != nullptr) ++count;
     return count;
 }
 int openDescriptors() { return countEntries("/proc/self/fd") - 3; }  // ".", ".." and the listing itself
@@ -270,12 +270,8 @@ int countBackups(const std::string& logPath) {
 }
 
 long countLines(const std::string& path) {
-    long lines = 0;
-    if (FILE* in = std::fopen(path.c_str(), "r")) {
-        for (int c; (c = std::fgetc(in)) != EOF;) lines += c == '\n' ? 1 : 0;
-        std::fclose(in);
-    }
-    return lines;
+    std::ifstream in(path);
+    return std::count(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>(), '\n');
 }
 
 // Lines of the demo found in the live log and its backups.

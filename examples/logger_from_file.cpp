@@ -5,9 +5,9 @@
 // a default, and pass the values to the argument form of Initialize().
 //
 //   logger_from_file [CONFIG]    (without CONFIG it uses ./logger.conf, writing a sample there if missing)
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 #include "FileConfig.h"
@@ -38,20 +38,18 @@ ZR_Uint32 number(zor::FileConfig& config, const char* key, const char* fallback)
 
 // Writes the sample unless the file exists already.
 bool ensureSample(const char* path) {
-    FILE* out = std::fopen(path, "wx");
-    if (out == nullptr) return errno == EEXIST;
-    const bool bWritten = std::fputs(SAMPLE_CONFIG, out) >= 0;
-    return std::fclose(out) == 0 && bWritten;
+    if (std::ifstream(path)) return true;
+    std::ofstream out(path);
+    out << SAMPLE_CONFIG;
+    out.close();
+    return !out.fail();
 }
 
 // Prints the log; false when it has no line.
 bool show(const std::string& logPath) {
-    FILE* in = std::fopen(logPath.c_str(), "r");
-    if (in == nullptr) return false;
-    char line[1024];
+    std::ifstream in(logPath);
     int lines = 0;
-    for (; std::fgets(line, sizeof line, in) != nullptr; ++lines) std::fputs(line, stdout);
-    std::fclose(in);
+    for (std::string line; std::getline(in, line); ++lines) std::puts(line.c_str());
     return lines > 0;
 }
 
