@@ -2,30 +2,33 @@
 //
 //   - the logger writes asynchronously into <workdir>/logs/demo.log, separated into backups;
 //   - the action manager runs a periodic action that hands an MD5 job to the thread pool;
-//   - an Epoll reactor serves a TCP echo protocol on a free loopback port with our sockets, and a
-//     built-in client drives it for --seconds;
+//   - an Epoll reactor serves a TCP echo protocol on a loopback port (echo_server.h), and a built-in
+//     client drives it for --seconds;
 //   - the service's own file-system changes go to the change journal in <workdir>;
 //   - everything stops in order (client, actions, pool, reactor, journal, logger last) and the demo
 //     prints what it did. It exits 0 only if no echo was lost and no thread or descriptor is left.
 //
-//   demo_service [--seconds N] [--port P] [--workdir DIR] [--clients N] [--log-lines N] [--sync-log]
-//                [--churn]
-// --sync-log writes the log synchronously; --churn repeats the file-system changes at every tick (the
-// soak test uses both, with many clients).
+// demo_service --help lists the options; the soak test uses --sync-log, --churn and many clients.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Action.h"
-#include "Epoll.h"
 #include "FileSystem.h"
 #include "Logger.h"
 #include "MD5.h"
@@ -36,6 +39,7 @@
 #include "Thread.h"
 #include "ThreadPool.h"
 #include "ZorVersion.h"
+#include "echo_server.h"
 
 namespace {
 
@@ -49,27 +53,80 @@ struct Options {
     std::string sWorkDir = "demo-run";
 };
 
-Options parseOptions(int argc, char** argv) {
-    Options options;
+const char* const USAGE =
+    "Usage: demo_service [OPTION]...\n"
+    "Runs a small service built on zor, stops it in order and checks that nothing was lost.\n"
+    "\n"
+    "  --seconds N     run the echo clients for N seconds (1 to 86400; default 5)\n"
+    "  --port P        serve on 127.0.0.1:P (1 to 65535; default: the first free port from 20000)\n"
+    "  --clients N     open N client connections (1 to 1000; default 8)\n"
+    "  --log-lines N   separate the log into a backup every N lines (1 to 1000000000; default 50)\n"
+    "  --workdir DIR   write the log, the journal and the demo's files under DIR (default demo-run)\n"
+    "  --sync-log      write the log synchronously instead of through its writer thread\n"
+    "  --churn         repeat the journalled file-system changes at every tick\n"
+    "  --help          print this help and exit\n"
+    "\n"
+    "Exit status: 0 when the demo finished cleanly, 1 when it failed, 2 for a wrong command line.\n";
+
+// Says what is wrong with the command line; returns the exit status for it.
+int usageError(const std::string& problem) {
+    std::fprintf(stderr, "demo_service: %s\nTry 'demo_service --help'.\n", problem.c_str());
+    return 2;
+}
+
+// An option that takes a whole number from lo to hi.
+struct Numeric {
+    const char* name;
+    int* value;
+    long lo, hi;
+};
+
+// Stores the number in `text` if it is a whole one in range; false otherwise.
+bool parseNumber(const char* text, const Numeric& option) {
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || number < option.lo || number > option.hi) return false;
+    *option.value = static_cast<int>(number);
+    return true;
+}
+
+// Fills `options` from the command line. Returns -1 to run the demo, or the status to exit with at once.
+int parseOptions(int argc, char** argv, Options& options) {
+    const Numeric numerics[] = {{"--seconds", &options.iSeconds, 1, 86400},
+                                {"--port", &options.iPort, 1, 65535},
+                                {"--clients", &options.iClients, 1, 1000},
+                                {"--log-lines", &options.iLogLines, 1, 1000000000}};
+    const Numeric* const noNumeric = std::end(numerics);
     for (int i = 1; i < argc; ++i) {
-        const char* value = i + 1 < argc ? argv[i + 1] : "0";
-        if (std::strcmp(argv[i], "--seconds") == 0) options.iSeconds = std::atoi(value);
-        if (std::strcmp(argv[i], "--port") == 0) options.iPort = std::atoi(value);
-        if (std::strcmp(argv[i], "--clients") == 0) options.iClients = std::max(1, std::atoi(value));
-        if (std::strcmp(argv[i], "--log-lines") == 0) options.iLogLines = std::max(1, std::atoi(value));
-        if (std::strcmp(argv[i], "--workdir") == 0) options.sWorkDir = value;
-        if (std::strcmp(argv[i], "--sync-log") == 0) options.bSyncLog = true;
-        if (std::strcmp(argv[i], "--churn") == 0) options.bChurn = true;
+        const std::string arg = argv[i];
+        if (arg == "--help") {
+            std::fputs(USAGE, stdout);
+            return 0;
+        }
+        if (arg == "--sync-log" || arg == "--churn") {
+            (arg == "--sync-log" ? options.bSyncLog : options.bChurn) = true;
+            continue;
+        }
+        if (arg.compare(0, 2, "--") != 0) return usageError("unexpected argument '" + arg + "'");
+        const Numeric* numeric =
+            std::find_if(std::begin(numerics), noNumeric, [&](const Numeric& n) { return arg == n.name; });
+        if (numeric == noNumeric && arg != "--workdir") return usageError("unknown option '" + arg + "'");
+        if (++i == argc) return usageError(arg + " needs a value");
+        if (numeric == noNumeric) {
+            options.sWorkDir = argv[i];
+        } else if (!parseNumber(argv[i], *numeric)) {
+            return usageError(arg + " needs a whole number from " + std::to_string(numeric->lo) + " to " +
+                              std::to_string(numeric->hi) + ", not '" + argv[i] + "'");
+        }
     }
-    return options;
+    return -1;
 }
 
 int countEntries(const char* dir) {
     int count = 0;
-    if (DIR* d = opendir(dir)) {
-        while (readdir(d) != nullptr) ++count;
-        closedir(d);
-    }
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(dir), closedir);
+    while (listing && readdir(listing.get()) != nullptr) ++count;
     return count;
 }
 int openDescriptors() { return countEntries("/proc/self/fd") - 3; }  // ".", ".." and the listing itself
@@ -124,65 +181,22 @@ int onTick(void* data) {
     return 0;
 }
 
-// ---- the echo server: an acceptor and one handler per connection, all on the reactor's thread ----
-
-class Connection : public zor::IOEventHandler {
-public:
-    Connection(zor::Epoll& reactor, zor::TCPSocket* socket) : m_reactor(reactor), m_socket(socket) {}
-    void Recvice() override {
-        ZR_BYTE buffer[4096];
-        const ZR_INT got = m_socket->RecvBytes(buffer, sizeof buffer);
-        if (got <= 0) return finish();
-        for (ZR_INT sent = 0; sent < got;) {
-            const ZR_INT n = m_socket->SendBytes(buffer + sent, static_cast<ZR_Uint32>(got - sent));
-            if (n <= 0) return finish();
-            sent += n;
-        }
-    }
-    void Send() override {}
-    void Exception(ZR_Int32) override { finish(); }
-
-private:
-    // The peer left: the reactor forgets the descriptor and the handler ends itself.
-    void finish() {
-        m_reactor.EpollDelete(m_socket->Descriptor(), 0, this);
-        delete this;
-    }
-
-    zor::Epoll& m_reactor;
-    std::unique_ptr<zor::TCPSocket> m_socket;
-};
-
-class Acceptor : public zor::IOEventHandler {
-public:
-    Acceptor(zor::Epoll& reactor, zor::TCPServer& server) : m_reactor(reactor), m_server(server) {}
-    void Recvice() override {
-        zor::SockAddress peer;
-        zor::TCPSocket* socket = m_server.Accept(peer);
-        if (socket == nullptr) return;
-        auto* connection = new Connection(m_reactor, socket);
-        if (m_reactor.EpollAdd(socket->Descriptor(), EPOLLIN, connection) != zor::E_OK) delete connection;
-    }
-    void Send() override {}
-    void Exception(ZR_Int32) override {}
-
-private:
-    zor::Epoll& m_reactor;
-    zor::TCPServer& m_server;
-};
+// ---- the echo server's loop: the reactor dispatches on a thread of its own ----
 
 class Dispatcher : public zor::OSThread {
 public:
-    explicit Dispatcher(zor::Epoll& reactor) : m_reactor(reactor) {}
-    ~Dispatcher() override { StopAndWait(); }
-
-protected:
-    void Entry() override {
-        while (!IsStop()) m_reactor.EpollWait(50);
+    explicit Dispatcher(echo::Server& server) : m_server(server) {}
+    // Stop() wakes the loop wherever it waits; then the thread can be joined.
+    ~Dispatcher() override {
+        m_server.Stop();
+        StopAndWait();
     }
 
+protected:
+    void Entry() override { m_server.Run(); }
+
 private:
-    zor::Epoll& m_reactor;
+    echo::Server& m_server;
 };
 
 // ---- the built-in client: several connections, each message checked when it comes back ----
@@ -257,12 +271,8 @@ int countBackups(const std::string& logPath) {
 }
 
 long countLines(const std::string& path) {
-    long lines = 0;
-    if (FILE* in = std::fopen(path.c_str(), "r")) {
-        for (int c; (c = std::fgetc(in)) != EOF;) lines += c == '\n' ? 1 : 0;
-        std::fclose(in);
-    }
-    return lines;
+    std::ifstream in(path);
+    return std::count(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>(), '\n');
 }
 
 // Lines of the demo found in the live log and its backups.
@@ -272,16 +282,66 @@ long demoLinesKept(const std::string& logPath) {
     return lines;
 }
 
+// The periodic action feeds the pool: the pool starts first and the action is scheduled last.
+zor::Action* startWork() {
+    zor::CThreadPool::GetInstance()->Initialize();
+    auto* ticker = new zor::Action("ticker");
+    ticker->SetProcessor(onTick, ticker);
+    zor::ActionMgr::Instance()->NewAction(ticker, 100);
+    return ticker;
+}
+
+// The reverse: no new job once the action is gone, then the pool once the jobs pushed are done.
+void stopWork(zor::Action* ticker) {
+    g_counters.stopping = true;
+    zor::ActionMgr::Instance()->DeleteAction(ticker);
+    zor::ActionMgr::DestroyInstance();
+    delete ticker;  // after DeleteAction: the manager no longer holds it
+    while (g_counters.jobsDone < g_counters.jobsPushed) zor::SysUtils::DelayMseconds(10);
+    zor::CThreadPool::DeleteInstance();
+}
+
+// Serves echoes while the built-in client drives them and the periodic work runs, then stops it all in
+// order: client, action and pool, reactor loop, server. False when the server cannot listen.
+bool serveEchoes(const Options& options, ZR_Uint16 port) {
+    std::unique_ptr<echo::Server> server;
+    try {
+        server.reset(new echo::Server(zor::SockAddress("127.0.0.1", port)));
+    } catch (const std::runtime_error& e) {
+        std::fprintf(stderr, "demo_service: %s\n", e.what());
+        return false;
+    }
+    DEMO_LOG("echo server on %s", server->Address().ToString().c_str());
+    zor::Action* ticker = startWork();
+    {
+        Dispatcher dispatcher(*server);
+        dispatcher.Start();
+        {
+            EchoClient client(server->Address(), options.iClients);
+            client.Start();
+            zor::SysUtils::DelaySeconds(options.iSeconds);
+        }  // the client stops and closes its connections
+        stopWork(ticker);
+    }  // the reactor's loop ends
+    return true;
+}  // the server closes what is still open
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    const Options options = parseOptions(argc, argv);
+    Options options;
+    const int status = parseOptions(argc, argv, options);
+    if (status >= 0) return status;
+    std::signal(SIGPIPE, SIG_IGN);  // our sockets send without MSG_NOSIGNAL: a vanished peer is an error
     const int descriptorsAtStart = openDescriptors();
+    // ThreadSanitizer's runtime starts a thread of its own with the process's first thread: have that
+    // happen before the count, so that only the demo's threads are compared at the end.
+    std::thread([] {}).join();
     const int threadsAtStart = runningThreads();
     ::mkdir(options.sWorkDir.c_str(), 0755);
     if (chdir(options.sWorkDir.c_str()) != 0) {
-        std::fprintf(stderr, "cannot enter %s\n", options.sWorkDir.c_str());
-        return 2;
+        std::fprintf(stderr, "demo_service: cannot enter %s\n", options.sWorkDir.c_str());
+        return 1;
     }
     const std::string workDir = zor::filesystem::GetCurWorkDir();
     std::printf("zor %s demo service in %s, running %d s\n", ZOR_VERSION_STRING, workDir.c_str(),
@@ -296,41 +356,9 @@ int main(int argc, char** argv) {
     g_counters.bChurn = options.bChurn;
     zor::Path::SetOutput(1);
     touchTheDisk();
-
-    zor::CThreadPool::GetInstance()->Initialize();
-    auto* ticker = new zor::Action("ticker");
-    ticker->SetProcessor(onTick, ticker);
-    zor::ActionMgr::Instance()->NewAction(ticker, 100);
-
     const ZR_Uint16 port = options.iPort > 0 ? static_cast<ZR_Uint16>(options.iPort)
                                              : zor::SysUtils::GetAvailPortTCP("127.0.0.1", 20000, 40000);
-    zor::TCPServer server(2);
-    server.SetReuseAddress(1);
-    if (port == 0 || server.Bind(zor::SockAddress("127.0.0.1", port)) != 0 || server.Listen(64) != 0) {
-        std::fprintf(stderr, "cannot listen on 127.0.0.1:%u\n", port);
-        return 2;
-    }
-    DEMO_LOG("echo server on %s", server.LocalAddress().ToString().c_str());
-    {
-        zor::Epoll reactor(50, 64);
-        reactor.EpollInitialize();
-        reactor.EpollAdd(server.Descriptor(), EPOLLIN, new Acceptor(reactor, server));
-        Dispatcher dispatcher(reactor);
-        dispatcher.Start();
-        {
-            EchoClient client(server.LocalAddress(), options.iClients);
-            client.Start();
-            zor::SysUtils::DelaySeconds(options.iSeconds);
-        }  // the client stops and closes its connections
-        g_counters.stopping = true;
-        zor::ActionMgr::Instance()->DeleteAction(ticker);
-        zor::ActionMgr::DestroyInstance();
-        delete ticker;
-        while (g_counters.jobsDone < g_counters.jobsPushed) zor::SysUtils::DelayMseconds(10);
-        zor::CThreadPool::DeleteInstance();
-        dispatcher.StopAndWait();
-    }  // the reactor deletes the acceptor and any connection still registered
-    server.Close();
+    const bool bServed = port != 0 && serveEchoes(options, port);
 
     const std::string logPath = workDir + "/logs/demo.log";
     const std::string journalPath = workDir + "/.filesystem." + std::to_string(getpid()) + ".log";
@@ -354,8 +382,8 @@ int main(int argc, char** argv) {
     std::printf("log:                %s\n", logPath.c_str());
     std::printf("journal:            %s\n", journalPath.c_str());
     std::printf("threads left:       %d, descriptors left: %d\n", threadsLeft, descriptorsLeft);
-    const bool ok = g_counters.echoErrors == 0 && g_counters.echoes > 0 && g_counters.jobsDone > 0 &&
-                    bLogOk && threadsLeft == 0 && descriptorsLeft == 0;
+    const bool ok = bServed && g_counters.echoErrors == 0 && g_counters.echoes > 0 &&
+                    g_counters.jobsDone > 0 && bLogOk && threadsLeft == 0 && descriptorsLeft == 0;
     std::printf("%s\n", ok ? "demo finished cleanly" : "demo FAILED");
     return ok ? 0 : 1;
 }

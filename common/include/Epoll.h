@@ -43,14 +43,17 @@ public:
 ///
 /// Ownership: the reactor deletes the handlers still registered when it is destroyed (each distinct
 /// handler once, even if it serves several descriptors). EpollModify() and EpollDelete() drop an
-/// association without deleting the handler; that is then the caller's job. The destructor also closes
-/// the epoll descriptor, so a reactor leaks no descriptor; the registered descriptors themselves are
+/// association without deleting the handler; that is then the caller's job. A reactor holds two
+/// descriptors of its own once initialised, the epoll descriptor and the eventfd behind Wakeup(); the
+/// destructor closes both, so a reactor leaks no descriptor. The registered descriptors themselves are
 /// never closed by the reactor.
 ///
 /// Threads: one dispatching thread by design. EpollAdd() and EpollWait() use the descriptor map without
 /// locking, so add and wait from the same thread; EpollModify() and EpollDelete() take the reactor's
 /// recursive mutex and may be called from handlers (the mutex is never held while a handler runs). Do
-/// not register from another thread while a wait dispatches.
+/// not register from another thread while a wait dispatches. Wakeup() is the one operation meant for
+/// other threads (and signal handlers): it makes the dispatching thread's wait return, which is how that
+/// thread is told to stop.
 ///
 /// Errors: results are __ErrorCode values (E_OK on success). The system call is always made first, so a
 /// failing map step leaves the kernel registration changed. Nothing is logged; only the allocation of the
@@ -63,19 +66,34 @@ public:
 ///   reactor.EpollAdd(fd, EPOLLIN, new Echo(fd));  // deleted by the reactor, unless taken back first
 ///   while (running) reactor.EpollWait();
 /// @endcode
+///
+/// A dispatching thread that waits without a time limit is stopped by a flag and Wakeup(); the flag is
+/// set first, so the loop sees it however the wake and the wait interleave:
+///
+/// @code
+///   std::atomic<bool> stopping{false};
+///   std::thread loop([&] { while (!stopping) reactor.EpollWait(-1); });
+///   ...
+///   stopping = true;           // any thread, or a signal handler
+///   reactor.Wakeup();
+///   loop.join();               // then destroy the reactor
+/// @endcode
 class Epoll {
 public:
     /// Note the order: the wait time in milliseconds (-1 waits without limit, 0 polls), then the most
     /// events taken from one wait (also the size hint of epoll_create). Makes no system call.
     Epoll(ZR_Int32 timeout, ZR_Int32 maxConn);
-    /// Deletes every handler still registered, frees the event array and closes the epoll descriptor.
+    /// Deletes every handler still registered, frees the event array and closes the epoll descriptor and
+    /// the wake-up eventfd. No thread may be waiting in EpollWait() or calling Wakeup() by then.
     ~Epoll();
     Epoll(const Epoll&) = delete;             ///< Not copyable.
     Epoll& operator=(const Epoll&) = delete;  ///< Not copyable.
 
-    /// Creates the epoll descriptor and the event array. Returns E_OK, or E_CREATEFAIL when
-    /// epoll_create() fails (for example for a capacity below 1). Calling it again replaces the
-    /// descriptor: registrations made on the old one are gone while the map keeps its handlers.
+    /// Creates the epoll descriptor and the event array, and watches the reactor's wake-up eventfd (made on
+    /// the first call). Returns E_OK, or E_CREATEFAIL when epoll_create() fails (for example for a
+    /// capacity below 1). An eventfd that cannot be made or watched does not make it fail: the reactor
+    /// works without, and Wakeup() reports it. Calling it again replaces the epoll descriptor:
+    /// registrations made on the old one are gone while the map keeps its handlers.
     ZR_INT EpollInitialize();
 
     /// Registers fd for `events` in the kernel, then maps fd to h (without locking). Returns E_ADDFAIL when
@@ -96,8 +114,19 @@ public:
     /// As EpollWait(), waiting `timeout` milliseconds instead of the configured time.
     void EpollWait(ZR_Int32 timeout);
 
+    /// Makes the wait under way in the dispatching thread return at once, or, when none is, the next one.
+    ///
+    /// Callable from any thread and from a signal handler: it only writes to an eventfd, and keeps errno.
+    /// Wakes that come before the dispatching thread collects them count as one. The wake is never passed
+    /// to a handler; it can take one of the wait's event slots, so that wait may dispatch one event fewer
+    /// (the rest stay ready for the next wait). Returns E_OK, or E_FAILED when there is nothing to wake
+    /// with: before EpollInitialize(), or when the eventfd could not be made (out of descriptors).
+    ZR_INT Wakeup();
+
 private:
     void dispatch(int iCount);
+    void watchWakeup();
+    void drainWakeup();
 
     const ZR_Int32 m_iMaxConn;
     ZR_Int32 m_iEpollFd;
@@ -105,6 +134,7 @@ private:
     EpollEvent_S* m_pEvents;  ///< owned array of m_iMaxConn records
     Mutex m_mtxEvent;         ///< recursive
     std::map<int, IOEventHandler*> m_mapEventHandler;
+    ZR_Int32 m_iWakeFd;  ///< eventfd watched for EPOLLIN, -1 when there is none; written by Wakeup()
 };
 
 }  // namespace zor

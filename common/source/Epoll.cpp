@@ -1,7 +1,10 @@
 #include "Epoll.h"
 
+#include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <set>
 
 #include "PosixUtil.h"
@@ -23,7 +26,12 @@ EpollEvent_S makeEvent(ZR_Int32 fd, ZR_Int32 events) {
 }  // namespace
 
 Epoll::Epoll(ZR_Int32 timeout, ZR_Int32 maxConn)
-    : m_iMaxConn(maxConn), m_iEpollFd(-1), m_iTimeout(timeout), m_pEvents(nullptr), m_mtxEvent(0) {}
+    : m_iMaxConn(maxConn),
+      m_iEpollFd(-1),
+      m_iTimeout(timeout),
+      m_pEvents(nullptr),
+      m_mtxEvent(0),
+      m_iWakeFd(-1) {}
 
 Epoll::~Epoll() {
     {
@@ -38,6 +46,7 @@ Epoll::~Epoll() {
     }
     delete[] m_pEvents;
     if (m_iEpollFd >= 0) ::close(m_iEpollFd);
+    if (m_iWakeFd >= 0) ::close(m_iWakeFd);
 }
 
 ZR_INT Epoll::EpollInitialize() {
@@ -48,6 +57,7 @@ ZR_INT Epoll::EpollInitialize() {
     m_pEvents = pEvents;
     if (m_iEpollFd >= 0) ::close(m_iEpollFd);
     m_iEpollFd = fd.Release();
+    watchWakeup();
     return E_OK;
 }
 
@@ -82,9 +92,23 @@ void Epoll::EpollWait(ZR_Int32 timeout) {
     if (iCount > 0) dispatch(iCount);
 }
 
+ZR_INT Epoll::Wakeup() {
+    if (m_iWakeFd < 0) return E_FAILED;
+    const int iSaved = errno;  // a signal handler must leave errno as it found it
+    const uint64_t one = 1;
+    // EAGAIN means the counter is full: a wake is pending already.
+    const bool bPending = ::write(m_iWakeFd, &one, sizeof one) == sizeof one || errno == EAGAIN;
+    errno = iSaved;
+    return bPending ? E_OK : E_FAILED;
+}
+
 void Epoll::dispatch(int iCount) {
     for (int i = 0; i < iCount; ++i) {
         const EpollEvent_S& event = m_pEvents[i];
+        if (event.data.fd == m_iWakeFd) {
+            drainWakeup();
+            continue;
+        }
         // Looked up afresh for each event: an earlier handler of this batch may have removed this one.
         const auto found = m_mapEventHandler.find(event.data.fd);
         if (found == m_mapEventHandler.end() || found->second == nullptr) continue;
@@ -97,6 +121,25 @@ void Epoll::dispatch(int iCount) {
             handler->Exception(static_cast<ZR_Int32>(event.events));
         }
     }
+}
+
+// The eventfd is made once and kept when the reactor is initialised again, so a pending wake carries over
+// to the new epoll descriptor. Without it the reactor still works: waking is an extra, and Wakeup() says
+// when it cannot.
+void Epoll::watchWakeup() {
+    if (m_iWakeFd < 0) m_iWakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (m_iWakeFd < 0) return;
+    EpollEvent_S event = makeEvent(m_iWakeFd, EPOLLIN);
+    if (::epoll_ctl(m_iEpollFd, EPOLL_CTL_ADD, m_iWakeFd, &event) == 0) return;
+    ::close(m_iWakeFd);  // unwatched, it would swallow wakes: better to report that waking is impossible
+    m_iWakeFd = -1;
+}
+
+// Reading resets the counter, so the wake is not seen again; a wake that arrives after this read makes the
+// next wait return, which is what its sender needs. There is nothing to do if the read finds it empty.
+void Epoll::drainWakeup() {
+    uint64_t count = 0;
+    (void)!::read(m_iWakeFd, &count, sizeof count);
 }
 
 }  // namespace zor

@@ -1,15 +1,19 @@
 #include "Epoll.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -96,6 +100,94 @@ TEST(EpollDispatch, OneCallPerEventReadableFirstAtMostCapacityAndHandlersDeleted
     }
     EXPECT_EQ(1, deleted);
     EXPECT_EQ(before, zortest::openDescriptorCount());
+}
+
+// ---- waking the dispatching thread ----
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// True once thread `tid` of this process sleeps in epoll_wait or epoll_pwait; false after 60 s.
+bool blockedInEpollWait(pid_t tid) {
+    const auto start = std::chrono::steady_clock::now();
+    do {
+        std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/syscall");
+        long number = -1;
+        if (in >> number && (number == SYS_epoll_wait || number == SYS_epoll_pwait)) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    } while (secondsSince(start) < 60);
+    return false;
+}
+
+TEST(EpollWakeup, ReturnsAWaitBlockedInAnotherThreadWithoutCallingAHandler) {
+    zor::Epoll reactor(-1, 1);  // no time limit, and the wake may take the only event slot
+    ASSERT_EQ(zor::E_OK, reactor.EpollInitialize());
+    auto* recorder = new Recorder;  // deleted by the reactor
+    Pipe rescue;                    // makes the wait return if waking does not, so a failure cannot hang
+    ASSERT_EQ(zor::E_OK, reactor.EpollAdd(rescue.fds[0], EPOLLIN, recorder));
+    std::promise<pid_t> waiting;
+    std::promise<void> returned;
+    std::thread dispatcher([&] {
+        waiting.set_value(static_cast<pid_t>(::syscall(SYS_gettid)));
+        reactor.EpollWait();
+        returned.set_value();
+    });
+    EXPECT_TRUE(blockedInEpollWait(waiting.get_future().get()));
+    EXPECT_EQ(zor::E_OK, reactor.Wakeup());
+    std::future<void> done = returned.get_future();
+    const bool bWoken = done.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+    if (!bWoken) {
+        EXPECT_EQ(1, ::write(rescue.fds[1], "x", 1));
+    }
+    dispatcher.join();
+    EXPECT_TRUE(bWoken);
+    EXPECT_EQ("", recorder->m_calls);
+}
+
+TEST(EpollWakeup, AnEarlierWakeEndsOnlyTheNextWaitAndTheReactorClosesItsDescriptors) {
+    EXPECT_EQ(zor::E_FAILED, zor::Epoll(0, 4).Wakeup());  // nothing to wake before initialisation
+    Pipe pipe;
+    const int before = zortest::openDescriptorCount();
+    {
+        zor::Epoll reactor(0, 4);
+        ASSERT_EQ(zor::E_OK, reactor.EpollInitialize());
+        auto* recorder = new Recorder;
+        ASSERT_EQ(zor::E_OK, reactor.EpollAdd(pipe.fds[0], EPOLLIN, recorder));
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(zor::E_OK, reactor.Wakeup());
+        auto start = std::chrono::steady_clock::now();
+        reactor.EpollWait(60000);
+        EXPECT_LT(secondsSince(start), 30.0);
+        start = std::chrono::steady_clock::now();
+        reactor.EpollWait(100);  // the three wakes were one, and it has been collected
+        EXPECT_GE(secondsSince(start), 0.09);
+        ASSERT_EQ(1, ::write(pipe.fds[1], "x", 1));
+        reactor.EpollWait(60000);
+        EXPECT_EQ("R", recorder->m_calls);
+    }
+    EXPECT_EQ(before, zortest::openDescriptorCount());
+}
+
+TEST(EpollWakeup, WithoutADescriptorToSpareTheReactorWorksAndSaysItCannotWake) {
+    rlimit saved{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &saved));
+    const int lowestFree = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(lowestFree, 0);
+    ::close(lowestFree);
+    rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(lowestFree) + 1;  // room for the epoll descriptor only
+    zor::Epoll reactor(0, 4);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &tight));
+    const ZR_INT initialized = reactor.EpollInitialize();
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(zor::E_OK, initialized);
+    EXPECT_EQ(zor::E_FAILED, reactor.Wakeup());
+    auto* recorder = new Recorder;
+    Pipe pipe;
+    ASSERT_EQ(zor::E_OK, reactor.EpollAdd(pipe.fds[0], EPOLLIN, recorder));
+    ASSERT_EQ(1, ::write(pipe.fds[1], "x", 1));
+    reactor.EpollWait();
+    EXPECT_EQ("R", recorder->m_calls);
 }
 
 // ---- an echo server on the reactor, under load and with clients that vanish mid-message ----
