@@ -403,8 +403,15 @@ namespace path_inner {
 /// different threads never mix. Writing is silent: an unopenable file leaves the journal off, a failed
 /// write is ignored, and the journal never changes the result of the operation it records.
 ///
+/// The name is easy to guess, so the file is opened as a plain file of its own or not at all: created
+/// with mode 0600 (less the umask), never through a symbolic link, and a named pipe or a second name
+/// (hard link) of another file found there is refused too. Any of these leaves the journal off exactly
+/// as an unopenable file does.
+///
 /// Messages are cut to 4095 bytes. In the `Print<Tag>` forms the caller's text (paths) is never used as a
 /// format: after the first formatting, `"%%"` becomes `"%"` and every other `"%"` is written as it stands.
+/// A line break in a message is written as a backslash and an "n", so a name holding one cannot end its
+/// line early and pass the rest off as another entry; every other byte is written as it is.
 ///
 /// Lifecycle: Instance() creates it off; the first Initialize that succeeds fixes it on or off; Dispose
 /// closes the file (later lines are dropped) and allows a new Initialize; DestroyInstance() ends it.
@@ -417,8 +424,8 @@ public:
     static void DestroyInstance();
 
     /// Effective only until a call completes: enable 0 switches the journal off for good; enable 1
-    /// opens the file and writes the header, and if the file cannot be opened nothing is fixed, so a
-    /// later call may try again.
+    /// opens the file and writes the header, and if the file cannot be opened (or something other than
+    /// a plain file of its own is at its name) nothing is fixed, so a later call may try again.
     void Initialize(ZR_BOOL enable);
     /// Closes the file and allows Initialize again; the on/off choice stays until then.
     void Dispose();

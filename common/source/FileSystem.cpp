@@ -1,6 +1,7 @@
 #include "FileSystem.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -14,6 +15,7 @@
 #include <thread>
 
 #include "OSTime.h"
+#include "PosixUtil.h"
 #include "Singleton.h"
 #include "StringUtils.h"
 
@@ -313,6 +315,34 @@ std::string currentThreadId() {
     return id.str();
 }
 
+// Opens the journal at name into file, appending, and refuses whatever another user may have planted
+// at that guessable name in a shared working directory: a symbolic link (O_NOFOLLOW), a named pipe
+// (O_NONBLOCK fails the open instead of waiting for a reader; on a regular file it changes nothing)
+// or a second name of someone else's file (a hard link). True when the journal is open.
+bool openJournal(StreamFile& file, const std::string& name) {
+    detail::FdGuard journal(
+        open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    struct stat info;
+    if (journal.Get() < 0 || fstat(journal.Get(), &info) != 0) return false;
+    if (!S_ISREG(info.st_mode) || info.st_nlink != 1) return false;
+    // Append mode ("a"); Sync flushes each line as it is written so the trace is on disk at once.
+    if (file.Attach(journal.Get(), File::OpenModeAppend | File::OpenModeSync) != 0) return false;
+    journal.Release();  // the stream owns it now
+    return true;
+}
+
+// A line break inside a message would end the journal line early and let the rest of a name read as
+// an entry of its own, so each one is written as a backslash followed by an "n".
+void appendEscaped(std::string& line, const char* message, size_t length) {
+    for (const char* end = message + length; message != end; ++message) {
+        if (*message == '\n') {
+            line += "\\n";
+        } else {
+            line += *message;
+        }
+    }
+}
+
 }  // namespace
 
 std::atomic<Printer*> Printer::_instance{nullptr};
@@ -337,8 +367,7 @@ void Printer::Initialize(ZR_BOOL enable) {
     if (enable) {
         m_filename = "./.filesystem." + std::to_string(getpid()) + ".log";
         m_file = std::make_shared<StreamFile>(m_filename);
-        // Append mode ("a"); Sync flushes each line as it is written so the trace is on disk at once.
-        if (m_file->Open(File::OpenModeAppend | File::OpenModeSync) != 0) return;
+        if (!openJournal(*m_file, m_filename)) return;
         m_file->Write(reinterpret_cast<const ZR_BYTE*>(kHeader), sizeof kHeader - 1);
     }
     m_inited = 1;
@@ -411,7 +440,7 @@ void Printer::writeLine(const char* pre, const char* message, size_t length) {
     line += "] ";
     line += pre;
     line += ' ';
-    line.append(message, length);
+    appendEscaped(line, message, length);
     line += '\n';
     ScopedLock hold(m_mutex);
     if (m_file) {

@@ -44,6 +44,21 @@ bool isLine(const std::string& line, const std::string& tag, const std::string& 
                             std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )" + tag + " " + quoted));
 }
 
+// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
+// the alarm that bounds a child that hangs).
+template <typename Check>
+int exitStatusOf(Check check) {
+    const pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        alarm(60);
+        _exit(check());
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
 mode_t modeOf(const std::string& path) {
     struct stat info;
     return lstat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
@@ -110,6 +125,47 @@ TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
     for (size_t i = 1; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], whole)) << lines[i];
 }
 
+// The journal's name is easy to guess, so another user may plant something there first. Each plant
+// must leave the journal off and untouched, as an unopenable file does. Run in a child, whose process
+// id names a fresh journal.
+TEST_F(FileSystemTest, JournalRefusesALinkAPipeOrAHardLinkPlantedAtItsName) {
+    zortest::writeFile(at("victim"), "precious\n");
+    Printer::DestroyInstance();
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        const std::string name = journalName();
+        const auto journalStaysOff = [&] {
+            zor::Path::SetOutput(1);  // refused, so nothing is fixed and a later call tries again
+            return ExecPath("made").CreateDir() == 0 && ExecPath("made").Remove(0) == 0;
+        };
+        if (symlink(at("victim").c_str(), name.c_str()) != 0 || !journalStaysOff()) return 1;
+        if (zortest::readFile(at("victim")) != "precious\n") return 2;
+        if (unlink(name.c_str()) != 0 || mkfifo(name.c_str(), 0600) != 0) return 3;
+        if (!journalStaysOff()) return 4;  // a pipe without a reader would block an open for writing
+        if (unlink(name.c_str()) != 0 || link(at("victim").c_str(), name.c_str()) != 0) return 5;
+        if (!journalStaysOff() || zortest::readFile(at("victim")) != "precious\n") return 6;
+        if (unlink(name.c_str()) != 0) return 7;
+        zor::Path::SetOutput(1);
+        if (ExecPath("made").CreateDir() != 0 || modeOf(name) != (0600 & ~umask(0))) return 8;
+        return journalLines().size() == 2 ? 0 : 9;
+    });
+    EXPECT_EQ(0, status) << "failed check number " << status;
+}
+
+// A name holding a line break must not start a line of its own that reads as another entry.
+TEST_F(FileSystemTest, JournalEscapesLineBreaksSoANameCannotForgeAnEntry) {
+    const std::string forged = "2024-01-02T03:04:05 [1] DELETE [0] [precious]";
+    zor::Path::SetOutput(1);
+    ASSERT_EQ(0, ExecPath(at("a\n" + forged)).CreateDir());
+    ExecPath renamed(at("a\n" + forged));
+    ASSERT_EQ(0, renamed.Rename("b\n" + forged));
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("a\\n" + forged) + "]")) << lines[1];
+    EXPECT_TRUE(
+        isLine(lines[2], "RENAME", "[0] [" + at("a\\n" + forged) + "] => [" + at("b\\n" + forged) + "]"))
+        << lines[2];
+}
+
 TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
     if (geteuid() != 0) GTEST_SKIP() << "needs the superuser: mkdir inside a 0600 directory";
     zor::Path::SetOutput(1);
@@ -136,24 +192,19 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
     ASSERT_EQ(0, chmod(m_scratch.Path().c_str(), 0777));
     ASSERT_EQ(0, mkdir(at("closed").c_str(), 0));
     Printer::DestroyInstance();
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {  // exits with the number of the first check that failed
-        if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        if (setgid(65534) != 0 || setuid(65534) != 0) return 90;
         zor::Path::SetOutput(1);
-        if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) _exit(1);
-        if (modeOf("a") != (0600 & ~umask(0))) _exit(2);
+        if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) return 1;
+        if (modeOf("a") != (0600 & ~umask(0))) return 2;
         const std::vector<std::string> lines = journalLines();
-        if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) _exit(3);
-        if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) _exit(4);
+        if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) return 3;
+        if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) return 4;
         std::list<std::string> names;
-        _exit(ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR ? 5 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 90) GTEST_SKIP() << "setuid to nobody (65534) failed";
-    EXPECT_EQ(0, WEXITSTATUS(status)) << "failed check number " << WEXITSTATUS(status);
+        return ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR ? 5 : 0;
+    });
+    if (status == 90) GTEST_SKIP() << "setuid to nobody (65534) failed";
+    EXPECT_EQ(0, status) << "failed check number " << status;
 }
 
 TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
