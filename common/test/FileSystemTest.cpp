@@ -1,10 +1,13 @@
 // FileSystemTest.cpp: ExecPath and the journal on real scratch trees. Trees are compared before and
 // after each change; journal lines are matched by pattern.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -86,6 +89,107 @@ protected:
     zortest::ScratchDir m_scratch;
     zortest::WorkDir m_inScratch;
 };
+
+// An attacker racing a walk of the tree. As soon as `trigger` is gone (the walk has begun removing inside
+// `dir`), it keeps parking the real directory `dir` at `parking`, putting a symbolic link to `target` in
+// its place for a while and the real directory back for a moment, until the walk has removed `dir` or
+// the attacker is destroyed.
+class LinkSwapper {
+public:
+    LinkSwapper(const std::string& dir, const std::string& trigger, const std::string& parking,
+                const std::string& target)
+        : m_dir(dir), m_trigger(trigger), m_parking(parking), m_target(target), m_thread([this] { run(); }) {}
+    ~LinkSwapper() {
+        m_stop = true;
+        m_thread.join();
+    }
+    int Swaps() const { return m_swaps; }
+
+private:
+    void run() {
+        struct stat info;
+        while (!m_stop && lstat(m_trigger.c_str(), &info) == 0) {
+        }
+        while (!m_stop && rename(m_dir.c_str(), m_parking.c_str()) == 0) {
+            if (symlink(m_target.c_str(), m_dir.c_str()) == 0) ++m_swaps;
+            hold(std::chrono::microseconds(200));
+            unlink(m_dir.c_str());
+            rename(m_parking.c_str(), m_dir.c_str());
+            hold(std::chrono::microseconds(20));
+        }
+    }
+    // Keeps the current state long enough for the walk to take a few steps in it.
+    void hold(std::chrono::microseconds span) const {
+        const auto until = std::chrono::steady_clock::now() + span;
+        while (!m_stop && std::chrono::steady_clock::now() < until) {
+        }
+    }
+
+    const std::string m_dir, m_trigger, m_parking, m_target;
+    std::atomic<bool> m_stop{false};
+    std::atomic<int> m_swaps{0};
+    std::thread m_thread;
+};
+
+// The first name readdir gives in dir, so the entry a walk of dir removes first.
+std::string firstEntry(const std::string& dir) {
+    for (const auto& entry : fs::directory_iterator(dir)) return entry.path().filename().string();
+    return "";
+}
+
+TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk) {
+    const auto fill = [&](const std::string& dir, const char* content) {
+        for (int i = 0; i < 100; ++i) zortest::writeFile(at(dir + "/f" + std::to_string(i)), content);
+    };
+    fs::create_directories(at("outside"));
+    fill("outside", "victim");
+    fs::create_directories(at("dest"));
+    const auto outside = snapshot(at("outside"));
+    const int descriptors = zortest::openDescriptorCount();
+    int damaged = 0, swaps = 0;
+    for (int round = 0; round < 60; ++round) {
+        fs::create_directories(at("t/sub/deeper"));
+        fill("t/sub", "mine");
+        {
+            LinkSwapper attacker(at("t/sub"), at("t/sub/" + firstEntry(at("t/sub"))), at("parking"),
+                                 at("outside"));
+            ExecPath tree(at("t"));
+            if (round % 3 == 0) tree.Remove(1);
+            if (round % 3 == 1) tree.ClearDir(0);
+            if (round % 3 == 2) tree.Move(at("dest"));
+            swaps += attacker.Swaps();
+        }
+        if (snapshot(at("outside")) != outside) {
+            ++damaged;
+            fill("outside", "victim");
+        }
+        for (const char* left : {"t", "parking", "dest/t"}) fs::remove_all(at(left));
+    }
+    EXPECT_EQ(0, damaged) << "of 60 rounds changed the outside directory";
+    EXPECT_GT(swaps, 0) << "the attacker never got in, so the walk was never tested";
+    EXPECT_EQ(descriptors, zortest::openDescriptorCount());
+}
+
+// A walk holds a descriptor per level: where they run out, it must stop there, keep what it could not
+// reach, say so and leak nothing.
+TEST_F(FileSystemTest, WalksStopWhereDescriptorsRunOutAndLeakNone) {
+    std::string chain = at("deep");
+    for (int level = 0; level < 100; ++level) chain += "/d";
+    fs::create_directories(chain);
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        const int descriptors = zortest::openDescriptorCount();
+        struct rlimit limit;
+        if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
+        struct rlimit scarce = limit;
+        scarce.rlim_cur = static_cast<rlim_t>(descriptors) + 3 + 40;
+        if (setrlimit(RLIMIT_NOFILE, &scarce) != 0) return 2;
+        if (ExecPath(at("deep")).GetDirectoryContentSize() != -1) return 3;
+        if (ExecPath(at("deep")).Remove(1) == 0 || !fs::exists(chain)) return 4;
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || zortest::openDescriptorCount() != descriptors) return 5;
+        return ExecPath(at("deep")).Remove(1) == 0 && !fs::exists(at("deep")) ? 0 : 6;
+    });
+    EXPECT_EQ(0, status) << "failed check number " << status;
+}
 
 TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
     ASSERT_EQ(0, ExecPath(at("quiet")).CreateDir());
