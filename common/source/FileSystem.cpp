@@ -512,6 +512,22 @@ std::string childText(const std::string& dir, const std::string& name) {
     return dir == kRoot ? dir + name : dir + '/' + name;
 }
 
+// The length of the text of each leading part of a path that CreateDir may have to make, shortest first
+// and the whole text last ("/", "/a", "/a/b" for "/a/b"). A leading run of ".." is one part: those
+// directories exist, or none of them could be made.
+std::vector<size_t> partEnds(const std::string& text, const std::list<std::string>& components) {
+    std::vector<size_t> ends;
+    size_t length = 0;
+    for (auto it = components.begin(); it != components.end(); ++it) {
+        if (length != 0 && text[length - 1] != '/') ++length;  // the root needs no separator after it
+        length += it->size();
+        const auto next = std::next(it);
+        if (next == components.end() || *it != kDotDot || *next != kDotDot) ends.push_back(length);
+    }
+    if (ends.empty()) ends.push_back(0);
+    return ends;
+}
+
 // Owns a directory stream over a second descriptor of a directory, for one scope. The descriptor given
 // stays open for calls relative to it; the two share one offset, so the stream starts by rewinding.
 class DirStream {
@@ -835,18 +851,21 @@ ZR_INT ExecPath::GetFileListBySuffix(std::list<FileInfo>& list, const std::strin
     return result;
 }
 
+// Every missing directory of the chain is made, root-most first; the first that exists is found from
+// the root too, so each part is looked up once and the text is rendered once.
 ZR_INT ExecPath::CreateDir() const {
     if (IsExist()) return 0;
-    const ExecPath parent(GetBasePath());
-    // Only a parent nearer the root is created first; a ".." path's "parent" grows instead, and
-    // recursing on it could never end.
-    if (!parent.IsEmpty() && parent.Size() < Size() && !parent.IsExist() && parent.CreateDir() != 0) {
-        return E_FAILED_CREATE_DIR;
-    }
     const std::string text = ToString();
-    const int result = mkdir(text.c_str(), 0600);
-    path_inner::Printer::Instance()->PrintCreate("[%d] [%s]", result, text.c_str());
-    return result != 0 ? E_FAILED_CREATE_DIR : 0;
+    bool making = false;
+    for (const size_t end : partEnds(text, m_pathList)) {
+        const std::string part = text.substr(0, end);
+        if (!making && end < text.size() && accessible(part, F_OK)) continue;
+        making = true;  // once one part is missing, so is every longer one
+        const int result = mkdir(part.c_str(), 0600);
+        path_inner::Printer::Instance()->PrintCreate("[%d] [%s]", result, part.c_str());
+        if (result != 0) return E_FAILED_CREATE_DIR;
+    }
+    return 0;
 }
 
 ZR_BOOL ExecPath::AssureExist() const {

@@ -283,11 +283,19 @@ TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
     EXPECT_EQ(0, ExecPath(at("a")).CreateSubDir("/x"));
     EXPECT_TRUE(fs::is_directory(at("a/x")));
     EXPECT_EQ(zor::E_FAILED_CREATE_DIR, ExecPath(at("file/under")).CreateDir());
+    fs::create_directories(at("w/v"));
+    {
+        zortest::WorkDir below(at("w/v"));
+        EXPECT_EQ(0, ExecPath("../../r/s").CreateDir());
+    }
+    EXPECT_TRUE(fs::is_directory(at("r/s")));
     const std::vector<std::string> lines = journalLines();
-    ASSERT_EQ(6u, lines.size());
+    ASSERT_EQ(8u, lines.size());
     EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("a") + "]"));
     EXPECT_TRUE(isLine(lines[3], "CREATE", "[0] [" + at("a/b/c") + "]"));
     EXPECT_TRUE(isLine(lines[5], "CREATE", "[-1] [" + at("file/under") + "]"));
+    EXPECT_TRUE(isLine(lines[6], "CREATE", "[0] [../../r]"));
+    EXPECT_TRUE(isLine(lines[7], "CREATE", "[0] [../../r/s]"));
 }
 
 // An ordinary user cannot enter the 0600 directory it just made. Run in a child that drops to nobody.
