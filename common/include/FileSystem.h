@@ -330,7 +330,8 @@ public:
     /// one (each rename journalled as RENAME), then the emptied source is removed. On success this
     /// object names the target and the result is 0. If an entry cannot be moved (another file system,
     /// permissions) the remaining entries are still moved but the source is kept with whatever could not
-    /// be moved, and the failing rename's -1 is returned: a move never deletes data it did not move.
+    /// be moved (a directory that could not be made at the target too, even an empty one), and the
+    /// failing rename's -1 is returned: a move never deletes data it did not move.
     /// Moving a directory below itself (also through symbolic links) is refused with -1 and errno
     /// EINVAL; moving it to where it already is changes nothing and gives 0. A directory of the target
     /// that is a symbolic link is not entered: the renames into it fail and the source is kept.

@@ -699,7 +699,8 @@ ZR_INT moveEntry(const WalkDir& from, const WalkDir& to, const std::string& name
 }
 
 // Moves every entry of from into to. The first failure is the result, E_FAILED_OPEN_DIR when from
-// cannot be listed; the entries after a failure are still moved.
+// cannot be listed; the entries after a failure are still moved. Where to cannot be reached, not even
+// an empty from has been moved, so the result is -1 and from is kept.
 ZR_INT moveTree(const WalkDir& from, const WalkDir& to) {
     std::vector<std::string> names;
     ZR_INT result = from.ReadNames(names) ? 0 : E_FAILED_OPEN_DIR;
@@ -707,7 +708,7 @@ ZR_INT moveTree(const WalkDir& from, const WalkDir& to) {
         const ZR_INT moved = moveEntry(from, to, name);
         if (result == 0) result = moved;
     }
-    return result;
+    return result == 0 && to.Fd() < 0 ? -1 : result;
 }
 
 }  // namespace

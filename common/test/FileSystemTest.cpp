@@ -340,7 +340,7 @@ TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
     EXPECT_EQ(outside, snapshot(at("outside")));
 }
 
-TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) {
+TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksButNeverIntoItselfOrThroughALink) {
     makeTree(at("t"));
     fs::create_directories(at("dest"));
     const auto tree = snapshot(at("t"));
@@ -352,6 +352,12 @@ TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) 
     EXPECT_EQ(-1, moved.Move(at("into")));  // below itself through a link
     EXPECT_EQ(tree, snapshot(at("t")));
 
+    fs::create_directories(at("dest/t"));
+    fs::create_symlink(at("outside"), at("dest/t/sub"));  // planted where a directory is to be made
+    EXPECT_EQ(-1, moved.Move(at("dest")));
+    EXPECT_EQ(outside, snapshot(at("outside")));
+    EXPECT_EQ("two", zortest::readFile(at("t/sub/g")));  // kept, as it could not be moved
+    fs::remove(at("dest/t/sub"));
     ASSERT_EQ(0, moved.Move(at("dest")));
     EXPECT_EQ(at("dest/t"), moved.ToString());
     EXPECT_FALSE(fs::exists(at("t")));
