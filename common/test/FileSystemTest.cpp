@@ -98,7 +98,9 @@ class LinkSwapper {
 public:
     LinkSwapper(const std::string& dir, const std::string& trigger, const std::string& parking,
                 const std::string& target)
-        : m_dir(dir), m_trigger(trigger), m_parking(parking), m_target(target), m_thread([this] { run(); }) {}
+        : m_dir(dir), m_trigger(trigger), m_parking(parking), m_target(target) {
+        m_thread = std::thread([this] { run(); });
+    }
     ~LinkSwapper() {
         m_stop = true;
         m_thread.join();
