@@ -164,6 +164,11 @@ public:
     ~StreamFile() override;  ///< Closes the stream.
 
     ZR_Int32 Open(ZR_Uint32 openMode) override;
+    /// Takes over handle, a descriptor the caller opened itself (with flags Open() cannot give, such as
+    /// O_NOFOLLOW), as this object's stream: closes any stream first, stores openMode and fdopens handle
+    /// with the mode string of openMode. 0 on success, after which the object owns handle and closes it;
+    /// -1 on failure, when handle stays the caller's to close. The path is not touched.
+    ZR_Int32 Attach(FileHandle handle, ZR_Uint32 openMode);
     ZR_Int32 Close() override;
     /// fread of readLen bytes: the count read, short at the end or on an error. A request beyond
     /// 2^31 - 1 bytes is cut to that size so the count always fits the result.

@@ -214,6 +214,20 @@ Path operator+(const std::string& str, const Path& path);  ///< str parsed, then
 /// path is resolved against the working directory at the time of the call. Information is taken with
 /// lstat: a symbolic link is described, listed, removed and moved as itself and never followed.
 ///
+/// The listings and the recursive operations (Remove(1), ClearDir(), Move() of a directory,
+/// GetDirectoryContentSize()) walk the tree by directory descriptors: the path's own directory is opened
+/// from its text (links among its leading components are followed, a link as its last component is
+/// refused), every directory below it from its parent's descriptor without following a link, and each
+/// entry is typed, renamed and removed relative to its directory. So a walk never follows a symbolic
+/// link, not even one that another user swaps in for a directory while the walk goes on: the link is
+/// removed or moved as itself, or that branch fails, and nothing outside the tree is touched.
+///
+/// A walk holds one descriptor for each level it is inside, one more while it reads a directory, and
+/// goes at most 2048 levels below its start (no deeper directory can be named by a path). Where the
+/// descriptors run out (RLIMIT_NOFILE) or the tree goes deeper, the directory that cannot be opened
+/// counts as one that cannot be listed: removal leaves it with its contents and reports a failure, the
+/// size is -1, a move keeps the source. Nothing leaks.
+///
 /// Children found by listing a directory are addressed by their exact names, so an entry whose name
 /// holds a backslash (or is made of dots and backslashes) is handled as that entry and never read as a
 /// path to somewhere else.
@@ -271,8 +285,8 @@ public:
     /// @name Listings
     /// The entry names (never "." or ".."), in the order readdir gives them, are appended to list. type is
     /// a __FILE_TYPE bit set (0 for every type); an entry whose lstat fails passes every filter. Each
-    /// returns 0, E_FS_ISNOT_DIR when this is not a directory, or E_FAILED_OPEN_DIR when opendir fails.
-    /// The FileInfo forms describe each listed entry.
+    /// returns 0, E_FS_ISNOT_DIR when this is not a directory, or E_FAILED_OPEN_DIR when it cannot be
+    /// opened or read. The FileInfo forms describe each listed entry.
     ///@{
     /// Appends the names of the entries of the given types.
     ZR_INT GetFileList(std::list<std::string>& list, ZR_Uint32 type) const;
@@ -316,9 +330,11 @@ public:
     /// one (each rename journalled as RENAME), then the emptied source is removed. On success this
     /// object names the target and the result is 0. If an entry cannot be moved (another file system,
     /// permissions) the remaining entries are still moved but the source is kept with whatever could not
-    /// be moved, and the failing rename's -1 is returned: a move never deletes data it did not move.
+    /// be moved (a directory that could not be made at the target too, even an empty one), and the
+    /// failing rename's -1 is returned: a move never deletes data it did not move.
     /// Moving a directory below itself (also through symbolic links) is refused with -1 and errno
-    /// EINVAL; moving it to where it already is changes nothing and gives 0.
+    /// EINVAL; moving it to where it already is changes nothing and gives 0. A directory of the target
+    /// that is a symbolic link is not entered: the renames into it fail and the source is kept.
     ZR_INT Move(const std::string& path);
 
     /// A StreamFile on ToString(), made but not opened, in shared ownership.
@@ -337,7 +353,7 @@ private:
     template <typename Keep>
     ZR_INT listNames(std::list<std::string>& list, ZR_Uint32 type, Keep keep) const;
     void describeAll(const std::list<std::string>& names, std::list<FileInfo>& list) const;
-    /// The recursive part of Move, to the full target path (whose safety Move has checked).
+    /// Move to the full target path, once Move has checked that it is safe.
     ZR_INT moveTo(const ExecPath& target);
 };
 
@@ -403,8 +419,15 @@ namespace path_inner {
 /// different threads never mix. Writing is silent: an unopenable file leaves the journal off, a failed
 /// write is ignored, and the journal never changes the result of the operation it records.
 ///
+/// The name is easy to guess, so the file is opened as a plain file of its own or not at all: created
+/// with mode 0600 (less the umask), never through a symbolic link, and a named pipe or a second name
+/// (hard link) of another file found there is refused too. Any of these leaves the journal off exactly
+/// as an unopenable file does.
+///
 /// Messages are cut to 4095 bytes. In the `Print<Tag>` forms the caller's text (paths) is never used as a
 /// format: after the first formatting, `"%%"` becomes `"%"` and every other `"%"` is written as it stands.
+/// A line break in a message is written as a backslash and an "n", so a name holding one cannot end its
+/// line early and pass the rest off as another entry; every other byte is written as it is.
 ///
 /// Lifecycle: Instance() creates it off; the first Initialize that succeeds fixes it on or off; Dispose
 /// closes the file (later lines are dropped) and allows a new Initialize; DestroyInstance() ends it.
@@ -417,8 +440,8 @@ public:
     static void DestroyInstance();
 
     /// Effective only until a call completes: enable 0 switches the journal off for good; enable 1
-    /// opens the file and writes the header, and if the file cannot be opened nothing is fixed, so a
-    /// later call may try again.
+    /// opens the file and writes the header, and if the file cannot be opened (or something other than
+    /// a plain file of its own is at its name) nothing is fixed, so a later call may try again.
     void Initialize(ZR_BOOL enable);
     /// Closes the file and allows Initialize again; the on/off choice stays until then.
     void Dispose();

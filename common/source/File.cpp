@@ -147,6 +147,13 @@ ZR_Int32 StreamFile::Open(ZR_Uint32 openMode) {
     return m_file == nullptr ? -1 : 0;
 }
 
+ZR_Int32 StreamFile::Attach(FileHandle handle, ZR_Uint32 openMode) {
+    Close();
+    m_openMode = openMode;
+    m_file = ::fdopen(handle, getStrFileMode(openMode).c_str());
+    return m_file == nullptr ? -1 : 0;
+}
+
 ZR_Int32 StreamFile::Close() {
     if (m_file != nullptr) {
         std::fclose(m_file);

@@ -1,6 +1,7 @@
 #include "FileSystem.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -12,8 +13,10 @@
 #include <cstring>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "OSTime.h"
+#include "PosixUtil.h"
 #include "Singleton.h"
 #include "StringUtils.h"
 
@@ -313,6 +316,34 @@ std::string currentThreadId() {
     return id.str();
 }
 
+// Opens the journal at name into file, appending, and refuses whatever another user may have planted
+// at that guessable name in a shared working directory: a symbolic link (O_NOFOLLOW), a named pipe
+// (O_NONBLOCK fails the open instead of waiting for a reader; on a regular file it changes nothing)
+// or a second name of someone else's file (a hard link). True when the journal is open.
+bool openJournal(StreamFile& file, const std::string& name) {
+    detail::FdGuard journal(
+        open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    struct stat info;
+    if (journal.Get() < 0 || fstat(journal.Get(), &info) != 0) return false;
+    if (!S_ISREG(info.st_mode) || info.st_nlink != 1) return false;
+    // Append mode ("a"); Sync flushes each line as it is written so the trace is on disk at once.
+    if (file.Attach(journal.Get(), File::OpenModeAppend | File::OpenModeSync) != 0) return false;
+    journal.Release();  // the stream owns it now
+    return true;
+}
+
+// A line break inside a message would end the journal line early and let the rest of a name read as
+// an entry of its own, so each one is written as a backslash followed by an "n".
+void appendEscaped(std::string& line, const char* message, size_t length) {
+    for (const char* end = message + length; message != end; ++message) {
+        if (*message == '\n') {
+            line += "\\n";
+        } else {
+            line += *message;
+        }
+    }
+}
+
 }  // namespace
 
 std::atomic<Printer*> Printer::_instance{nullptr};
@@ -337,8 +368,7 @@ void Printer::Initialize(ZR_BOOL enable) {
     if (enable) {
         m_filename = "./.filesystem." + std::to_string(getpid()) + ".log";
         m_file = std::make_shared<StreamFile>(m_filename);
-        // Append mode ("a"); Sync flushes each line as it is written so the trace is on disk at once.
-        if (m_file->Open(File::OpenModeAppend | File::OpenModeSync) != 0) return;
+        if (!openJournal(*m_file, m_filename)) return;
         m_file->Write(reinterpret_cast<const ZR_BYTE*>(kHeader), sizeof kHeader - 1);
     }
     m_inited = 1;
@@ -411,7 +441,7 @@ void Printer::writeLine(const char* pre, const char* message, size_t length) {
     line += "] ";
     line += pre;
     line += ' ';
-    line.append(message, length);
+    appendEscaped(line, message, length);
     line += '\n';
     ScopedLock hold(m_mutex);
     if (m_file) {
@@ -427,21 +457,6 @@ void Printer::writeLine(const char* pre, const char* message, size_t length) {
 namespace zor {
 
 namespace {
-
-// Owns an open directory stream for one scope.
-class DirGuard {
-public:
-    explicit DirGuard(const std::string& path) : m_dir(opendir(path.c_str())) {}
-    ~DirGuard() {
-        if (m_dir != nullptr) closedir(m_dir);
-    }
-    DirGuard(const DirGuard&) = delete;
-    DirGuard& operator=(const DirGuard&) = delete;
-    DIR* Get() const { return m_dir; }
-
-private:
-    DIR* m_dir;
-};
 
 bool lstatText(const std::string& text, struct stat& info) { return lstat(text.c_str(), &info) == 0; }
 
@@ -490,6 +505,210 @@ std::string resolvedText(Path path) {
     Path result(path.IsEmpty() ? std::string("/") : std::string(resolved));
     for (const std::string& name : missing) result += name;
     return result.ToString();
+}
+
+// The text of the entry name in the directory whose text is dir, as ToString() of the longer path gives.
+std::string childText(const std::string& dir, const std::string& name) {
+    return dir == kRoot ? dir + name : dir + '/' + name;
+}
+
+// The length of the text of each leading part of a path that CreateDir may have to make, shortest first
+// and the whole text last ("/", "/a", "/a/b" for "/a/b"). A leading run of ".." is one part: those
+// directories exist, or none of them could be made.
+std::vector<size_t> partEnds(const std::string& text, const std::list<std::string>& components) {
+    std::vector<size_t> ends;
+    size_t length = 0;
+    for (auto it = components.begin(); it != components.end(); ++it) {
+        if (length != 0 && text[length - 1] != '/') ++length;  // the root needs no separator after it
+        length += it->size();
+        const auto next = std::next(it);
+        if (next == components.end() || *it != kDotDot || *next != kDotDot) ends.push_back(length);
+    }
+    if (ends.empty()) ends.push_back(0);
+    return ends;
+}
+
+// Owns a directory stream over a second descriptor of a directory, for one scope. The descriptor given
+// stays open for calls relative to it; the two share one offset, so the stream starts by rewinding.
+class DirStream {
+public:
+    explicit DirStream(int fd) : m_dir(nullptr) {
+        detail::FdGuard copy(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+        if (copy.Get() < 0) return;
+        m_dir = fdopendir(copy.Get());
+        if (m_dir == nullptr) return;
+        copy.Release();  // the stream owns it now
+        rewinddir(m_dir);
+    }
+    ~DirStream() {
+        if (m_dir != nullptr) closedir(m_dir);
+    }
+    DirStream(const DirStream&) = delete;
+    DirStream& operator=(const DirStream&) = delete;
+    DIR* Get() const { return m_dir; }
+
+private:
+    DIR* m_dir;
+};
+
+// Opens a directory to list it and act on its entries.
+const int kListFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Opens a directory only to reach into it (a target of renames and mkdirs): it need not be readable.
+const int kReachFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Levels a walk goes below where it starts. No deeper directory can be named by a path (each level
+// takes two bytes of PATH_MAX), and the cap bounds the stack a walk uses, whatever the descriptor limit.
+const int kMaxDepth = PATH_MAX / 2;
+
+// One directory of a walk, held open by its descriptor. Below the starting directory each directory is
+// opened relative to its parent's descriptor and never through a symbolic link (O_NOFOLLOW), and every
+// entry is typed, renamed and removed relative to its directory's descriptor: a directory swapped for a
+// link while the walk goes on is refused, never followed. The text is for journal lines only.
+class WalkDir {
+public:
+    // The directory at text; its last component must not be a symbolic link.
+    WalkDir(const std::string& text, int flags)
+        : m_text(text), m_depth(0), m_fd(open(text.c_str(), flags)), m_error(errno) {}
+    // The directory entry name of parent.
+    WalkDir(const WalkDir& parent, const std::string& name, int flags)
+        : m_text(childText(parent.m_text, name)),
+          m_depth(parent.m_depth + 1),
+          m_fd(parent.openBelow(name, flags)),
+          m_error(errno) {}
+    WalkDir(const WalkDir&) = delete;
+    WalkDir& operator=(const WalkDir&) = delete;
+
+    const std::string& Text() const { return m_text; }
+    // The descriptor, or -1 with errno set to why the directory could not be opened.
+    int Fd() const {
+        if (m_fd.Get() < 0) errno = m_error;
+        return m_fd.Get();
+    }
+    // The entry names but "." and "..", in the order readdir gives them. False when the directory
+    // cannot be read to the end.
+    bool ReadNames(std::vector<std::string>& names) const {
+        if (Fd() < 0) return false;
+        const DirStream stream(m_fd.Get());
+        if (stream.Get() == nullptr) return false;
+        const int before = errno;  // a failure met earlier in the walk stays visible to the caller
+        errno = 0;
+        while (const struct dirent* entry = readdir(stream.Get())) {
+            if (!isDotEntry(entry->d_name)) names.emplace_back(entry->d_name);
+        }
+        if (errno != 0) return false;  // readdir's only way to tell an error from the end
+        errno = before;
+        return true;
+    }
+    // lstat of the entry name.
+    bool StatEntry(const std::string& name, struct stat& info) const {
+        return fstatat(Fd(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+    }
+    // The __FILE_TYPE of the entry name, FT_UNKNOWN when it cannot be read.
+    ZR_INT TypeOf(const std::string& name) const {
+        struct stat info;
+        return StatEntry(name, info) ? typeOfMode(info.st_mode) : FT_UNKNOWN;
+    }
+
+private:
+    int openBelow(const std::string& name, int flags) const {
+        if (m_depth >= kMaxDepth) {
+            errno = ENAMETOOLONG;
+            return -1;
+        }
+        return Fd() < 0 ? -1 : openat(m_fd.Get(), name.c_str(), flags);
+    }
+
+    const std::string m_text;
+    const int m_depth;
+    const detail::FdGuard m_fd;
+    const int m_error;  // errno of a failed open
+};
+
+ZR_INT clearTree(const WalkDir& dir);
+
+// Empties sub, the directory entry name of parent, and removes it: DELETE with the OR of the results.
+ZR_INT removeSubDir(const WalkDir& parent, const std::string& name, const WalkDir& sub) {
+    ZR_INT result = clearTree(sub);
+    result |= unlinkat(parent.Fd(), name.c_str(), AT_REMOVEDIR);
+    path_inner::Printer::Instance()->PrintRemove("[%d] [%s]", result, sub.Text().c_str());
+    return result;
+}
+
+// Removes the entry name of dir; only a directory gets a journal line. An entry gone already counts as
+// removed.
+ZR_INT removeEntry(const WalkDir& dir, const std::string& name) {
+    struct stat info;
+    if (!dir.StatEntry(name, info)) return 0;
+    if (!S_ISDIR(info.st_mode)) return unlinkat(dir.Fd(), name.c_str(), 0);
+    return removeSubDir(dir, name, WalkDir(dir, name, kListFlags));
+}
+
+// Removes everything inside dir: the OR of the results, E_FAILED_OPEN_DIR among them when dir cannot
+// be listed.
+ZR_INT clearTree(const WalkDir& dir) {
+    std::vector<std::string> names;
+    ZR_INT result = dir.ReadNames(names) ? 0 : E_FAILED_OPEN_DIR;
+    for (const std::string& name : names) result |= removeEntry(dir, name);
+    return result;
+}
+
+// Bytes held below dir; -1 as soon as an entry cannot be measured or a directory cannot be listed.
+ZR_Int64 sizeOfTree(const WalkDir& dir) {
+    std::vector<std::string> names;
+    if (!dir.ReadNames(names)) return -1;
+    ZR_Int64 total = 0;
+    for (const std::string& name : names) {
+        struct stat info;
+        if (!dir.StatEntry(name, info)) return -1;
+        const ZR_Int64 size =
+            S_ISDIR(info.st_mode) ? sizeOfTree(WalkDir(dir, name, kListFlags)) : info.st_size;
+        if (size < 0) return -1;
+        total += size;
+    }
+    return total;
+}
+
+// Renames the entry name of from to the same name in to, journalled as RENAME.
+int renameEntry(const WalkDir& from, const WalkDir& to, const std::string& name) {
+    const int target = to.Fd();
+    const int result = target < 0 ? -1 : renameat(from.Fd(), name.c_str(), target, name.c_str());
+    path_inner::Printer::Instance()->PrintRename("[%d] [%s] => [%s]", result,
+                                                 childText(from.Text(), name).c_str(),
+                                                 childText(to.Text(), name).c_str());
+    return result;
+}
+
+// Makes the directory name in dir unless something is there already, as CreateDir would: mode 0600 and
+// a CREATE line. Whether it worked shows when entries are moved into it.
+void makeSubDir(const WalkDir& dir, const std::string& name) {
+    const int fd = dir.Fd();
+    if (fd >= 0 && faccessat(fd, name.c_str(), F_OK, 0) == 0) return;
+    const int result = fd < 0 ? -1 : mkdirat(fd, name.c_str(), 0600);
+    path_inner::Printer::Instance()->PrintCreate("[%d] [%s]", result, childText(dir.Text(), name).c_str());
+}
+
+ZR_INT moveTree(const WalkDir& from, const WalkDir& to);
+
+// Moves the entry name of from into to. A directory is made again in to, its entries are moved one by
+// one and then it is removed, but only when all of them could be moved.
+ZR_INT moveEntry(const WalkDir& from, const WalkDir& to, const std::string& name) {
+    if (from.TypeOf(name) != FT_DIRC) return renameEntry(from, to, name);
+    makeSubDir(to, name);
+    const WalkDir source(from, name, kListFlags);
+    const ZR_INT result = moveTree(source, WalkDir(to, name, kReachFlags));
+    return result != 0 ? result : removeSubDir(from, name, source);
+}
+
+// Moves every entry of from into to. The first failure is the result, E_FAILED_OPEN_DIR when from
+// cannot be listed; the entries after a failure are still moved. Where to cannot be reached, not even
+// an empty from has been moved, so the result is -1 and from is kept.
+ZR_INT moveTree(const WalkDir& from, const WalkDir& to) {
+    std::vector<std::string> names;
+    ZR_INT result = from.ReadNames(names) ? 0 : E_FAILED_OPEN_DIR;
+    for (const std::string& name : names) {
+        const ZR_INT moved = moveEntry(from, to, name);
+        if (result == 0) result = moved;
+    }
+    return result == 0 && to.Fd() < 0 ? -1 : result;
 }
 
 }  // namespace
@@ -573,35 +792,19 @@ FileInfo ExecPath::GetFileInfo() const {
 ZR_Int64 ExecPath::GetDirectoryContentSize() const {
     if (!existsNoFollow()) return -1;
     if (!IsDirectory()) return GetFileSize();
-    std::list<std::string> names;
-    if (GetFileList(names, FT_ALL) != 0) return -1;
-    ZR_Int64 total = 0;
-    for (const std::string& name : names) {
-        const ZR_Int64 size = child(name).GetDirectoryContentSize();
-        if (size < 0) return -1;
-        total += size;
-    }
-    return total;
+    return sizeOfTree(WalkDir(ToString(), kListFlags));
 }
 
 template <typename Keep>
 ZR_INT ExecPath::listNames(std::list<std::string>& list, ZR_Uint32 type, Keep keep) const {
     if (!IsDirectory()) return E_FS_ISNOT_DIR;
-    const std::string text = ToString();
-    DirGuard dir(text);
-    if (dir.Get() == nullptr) return E_FAILED_OPEN_DIR;
-    std::string entryText = text + SPCH;
-    const size_t prefixLength = entryText.size();
-    while (const struct dirent* entry = readdir(dir.Get())) {
-        if (isDotEntry(entry->d_name)) continue;
-        const std::string name(entry->d_name);
+    const WalkDir dir(ToString(), kListFlags);
+    std::vector<std::string> names;
+    if (!dir.ReadNames(names)) return E_FAILED_OPEN_DIR;
+    for (const std::string& name : names) {
         if (!keep(name)) continue;
-        if (type != FT_ALL) {
-            entryText.replace(prefixLength, std::string::npos, name);
-            const ZR_INT entryType = typeOfText(entryText);
-            // An unknown type (-1) has every bit set, so it passes every filter.
-            if ((static_cast<ZR_Uint32>(entryType) & type) == 0) continue;
-        }
+        // An unknown type (-1) has every bit set, so it passes every filter.
+        if (type != FT_ALL && (static_cast<ZR_Uint32>(dir.TypeOf(name)) & type) == 0) continue;
         list.push_back(name);
     }
     return 0;
@@ -649,18 +852,21 @@ ZR_INT ExecPath::GetFileListBySuffix(std::list<FileInfo>& list, const std::strin
     return result;
 }
 
+// Every missing directory of the chain is made, root-most first; the first that exists is found from
+// the root too, so each part is looked up once and the text is rendered once.
 ZR_INT ExecPath::CreateDir() const {
     if (IsExist()) return 0;
-    const ExecPath parent(GetBasePath());
-    // Only a parent nearer the root is created first; a ".." path's "parent" grows instead, and
-    // recursing on it could never end.
-    if (!parent.IsEmpty() && parent.Size() < Size() && !parent.IsExist() && parent.CreateDir() != 0) {
-        return E_FAILED_CREATE_DIR;
-    }
     const std::string text = ToString();
-    const int result = mkdir(text.c_str(), 0600);
-    path_inner::Printer::Instance()->PrintCreate("[%d] [%s]", result, text.c_str());
-    return result != 0 ? E_FAILED_CREATE_DIR : 0;
+    bool making = false;
+    for (const size_t end : partEnds(text, m_pathList)) {
+        const std::string part = text.substr(0, end);
+        if (!making && end < text.size() && accessible(part, F_OK)) continue;
+        making = true;  // once one part is missing, so is every longer one
+        const int result = mkdir(part.c_str(), 0600);
+        path_inner::Printer::Instance()->PrintCreate("[%d] [%s]", result, part.c_str());
+        if (result != 0) return E_FAILED_CREATE_DIR;
+    }
+    return 0;
 }
 
 ZR_BOOL ExecPath::AssureExist() const {
@@ -691,10 +897,7 @@ ZR_INT ExecPath::Remove(ZR_BOOL isForce) const {
 
 ZR_INT ExecPath::ClearDir(ZR_Uint32 /*type: every entry goes, whatever its type*/) const {
     if (!IsDirectory()) return E_FS_ISNOT_DIR;
-    std::list<std::string> names;
-    ZR_INT result = GetFileList(names, FT_ALL);
-    for (const std::string& name : names) result |= child(name).Remove(1);
-    return result;
+    return clearTree(WalkDir(ToString(), kListFlags));
 }
 
 ZR_INT ExecPath::Rename(const std::string& name) {
@@ -734,12 +937,7 @@ ZR_INT ExecPath::moveTo(const ExecPath& target) {
         return result;
     }
     target.CreateDir();
-    std::list<std::string> names;
-    ZR_INT result = GetFileList(names, FT_ALL);
-    for (const std::string& name : names) {
-        const ZR_INT moved = child(name).moveTo(target.child(name));
-        if (result == 0) result = moved;
-    }
+    ZR_INT result = moveTree(WalkDir(from, kListFlags), WalkDir(to, kReachFlags));
     if (result != 0) return result;  // keep the source: it still holds what could not be moved
     result = Remove(1);
     if (result != 0) return result;

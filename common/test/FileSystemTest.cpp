@@ -1,10 +1,13 @@
 // FileSystemTest.cpp: ExecPath and the journal on real scratch trees. Trees are compared before and
 // after each change; journal lines are matched by pattern.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -44,6 +47,21 @@ bool isLine(const std::string& line, const std::string& tag, const std::string& 
                             std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )" + tag + " " + quoted));
 }
 
+// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
+// the alarm that bounds a child that hangs).
+template <typename Check>
+int exitStatusOf(Check check) {
+    const pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        alarm(60);
+        _exit(check());
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
 mode_t modeOf(const std::string& path) {
     struct stat info;
     return lstat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
@@ -71,6 +89,109 @@ protected:
     zortest::ScratchDir m_scratch;
     zortest::WorkDir m_inScratch;
 };
+
+// An attacker racing a walk of the tree. As soon as `trigger` is gone (the walk has begun removing inside
+// `dir`), it keeps parking the real directory `dir` at `parking`, putting a symbolic link to `target` in
+// its place for a while and the real directory back for a moment, until the walk has removed `dir` or
+// the attacker is destroyed.
+class LinkSwapper {
+public:
+    LinkSwapper(const std::string& dir, const std::string& trigger, const std::string& parking,
+                const std::string& target)
+        : m_dir(dir), m_trigger(trigger), m_parking(parking), m_target(target) {
+        m_thread = std::thread([this] { run(); });
+    }
+    ~LinkSwapper() {
+        m_stop = true;
+        m_thread.join();
+    }
+    int Swaps() const { return m_swaps; }
+
+private:
+    void run() {
+        struct stat info;
+        while (!m_stop && lstat(m_trigger.c_str(), &info) == 0) {
+        }
+        while (!m_stop && rename(m_dir.c_str(), m_parking.c_str()) == 0) {
+            if (symlink(m_target.c_str(), m_dir.c_str()) == 0) ++m_swaps;
+            hold(std::chrono::microseconds(200));
+            unlink(m_dir.c_str());
+            rename(m_parking.c_str(), m_dir.c_str());
+            hold(std::chrono::microseconds(20));
+        }
+    }
+    // Keeps the current state long enough for the walk to take a few steps in it.
+    void hold(std::chrono::microseconds span) const {
+        const auto until = std::chrono::steady_clock::now() + span;
+        while (!m_stop && std::chrono::steady_clock::now() < until) {
+        }
+    }
+
+    const std::string m_dir, m_trigger, m_parking, m_target;
+    std::atomic<bool> m_stop{false};
+    std::atomic<int> m_swaps{0};
+    std::thread m_thread;
+};
+
+// The first name readdir gives in dir, so the entry a walk of dir removes first.
+std::string firstEntry(const std::string& dir) {
+    for (const auto& entry : fs::directory_iterator(dir)) return entry.path().filename().string();
+    return "";
+}
+
+TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk) {
+    const auto fill = [&](const std::string& dir, const char* content) {
+        for (int i = 0; i < 100; ++i) zortest::writeFile(at(dir + "/f" + std::to_string(i)), content);
+    };
+    fs::create_directories(at("outside"));
+    fill("outside", "victim");
+    fs::create_directories(at("dest"));
+    const auto outside = snapshot(at("outside"));
+    const int descriptors = zortest::openDescriptorCount();
+    int damaged = 0, swaps = 0;
+    for (int round = 0; round < 60; ++round) {
+        fs::create_directories(at("t/sub/deeper"));
+        fill("t/sub", "mine");
+        {
+            LinkSwapper attacker(at("t/sub"), at("t/sub/" + firstEntry(at("t/sub"))), at("parking"),
+                                 at("outside"));
+            ExecPath tree(at("t"));
+            if (round % 3 == 0) tree.Remove(1);
+            if (round % 3 == 1) tree.ClearDir(0);
+            if (round % 3 == 2) tree.Move(at("dest"));
+            swaps += attacker.Swaps();
+        }
+        if (snapshot(at("outside")) != outside) {
+            ++damaged;
+            fill("outside", "victim");
+        }
+        for (const char* left : {"t", "parking", "dest/t"}) fs::remove_all(at(left));
+    }
+    EXPECT_EQ(0, damaged) << "of 60 rounds changed the outside directory";
+    EXPECT_GT(swaps, 0) << "the attacker never got in, so the walk was never tested";
+    EXPECT_EQ(descriptors, zortest::openDescriptorCount());
+}
+
+// A walk holds a descriptor per level: where they run out, it must stop there, keep what it could not
+// reach, say so and leak nothing.
+TEST_F(FileSystemTest, WalksStopWhereDescriptorsRunOutAndLeakNone) {
+    std::string chain = at("deep");
+    for (int level = 0; level < 100; ++level) chain += "/d";
+    fs::create_directories(chain);
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        const int descriptors = zortest::openDescriptorCount();
+        struct rlimit limit;
+        if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
+        struct rlimit scarce = limit;
+        scarce.rlim_cur = static_cast<rlim_t>(descriptors) + 3 + 40;
+        if (setrlimit(RLIMIT_NOFILE, &scarce) != 0) return 2;
+        if (ExecPath(at("deep")).GetDirectoryContentSize() != -1) return 3;
+        if (ExecPath(at("deep")).Remove(1) == 0 || !fs::exists(chain)) return 4;
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || zortest::openDescriptorCount() != descriptors) return 5;
+        return ExecPath(at("deep")).Remove(1) == 0 && !fs::exists(at("deep")) ? 0 : 6;
+    });
+    EXPECT_EQ(0, status) << "failed check number " << status;
+}
 
 TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
     ASSERT_EQ(0, ExecPath(at("quiet")).CreateDir());
@@ -110,6 +231,47 @@ TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
     for (size_t i = 1; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], whole)) << lines[i];
 }
 
+// The journal's name is easy to guess, so another user may plant something there first. Each plant
+// must leave the journal off and untouched, as an unopenable file does. Run in a child, whose process
+// id names a fresh journal.
+TEST_F(FileSystemTest, JournalRefusesALinkAPipeOrAHardLinkPlantedAtItsName) {
+    zortest::writeFile(at("victim"), "precious\n");
+    Printer::DestroyInstance();
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        const std::string name = journalName();
+        const auto journalStaysOff = [&] {
+            zor::Path::SetOutput(1);  // refused, so nothing is fixed and a later call tries again
+            return ExecPath("made").CreateDir() == 0 && ExecPath("made").Remove(0) == 0;
+        };
+        if (symlink(at("victim").c_str(), name.c_str()) != 0 || !journalStaysOff()) return 1;
+        if (zortest::readFile(at("victim")) != "precious\n") return 2;
+        if (unlink(name.c_str()) != 0 || mkfifo(name.c_str(), 0600) != 0) return 3;
+        if (!journalStaysOff()) return 4;  // a pipe without a reader would block an open for writing
+        if (unlink(name.c_str()) != 0 || link(at("victim").c_str(), name.c_str()) != 0) return 5;
+        if (!journalStaysOff() || zortest::readFile(at("victim")) != "precious\n") return 6;
+        if (unlink(name.c_str()) != 0) return 7;
+        zor::Path::SetOutput(1);
+        if (ExecPath("made").CreateDir() != 0 || modeOf(name) != (0600 & ~umask(0))) return 8;
+        return journalLines().size() == 2 ? 0 : 9;
+    });
+    EXPECT_EQ(0, status) << "failed check number " << status;
+}
+
+// A name holding a line break must not start a line of its own that reads as another entry.
+TEST_F(FileSystemTest, JournalEscapesLineBreaksSoANameCannotForgeAnEntry) {
+    const std::string forged = "2024-01-02T03:04:05 [1] DELETE [0] [precious]";
+    zor::Path::SetOutput(1);
+    ASSERT_EQ(0, ExecPath(at("a\n" + forged)).CreateDir());
+    ExecPath renamed(at("a\n" + forged));
+    ASSERT_EQ(0, renamed.Rename("b\n" + forged));
+    const std::vector<std::string> lines = journalLines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("a\\n" + forged) + "]")) << lines[1];
+    EXPECT_TRUE(
+        isLine(lines[2], "RENAME", "[0] [" + at("a\\n" + forged) + "] => [" + at("b\\n" + forged) + "]"))
+        << lines[2];
+}
+
 TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
     if (geteuid() != 0) GTEST_SKIP() << "needs the superuser: mkdir inside a 0600 directory";
     zor::Path::SetOutput(1);
@@ -123,11 +285,19 @@ TEST_F(FileSystemTest, SuperuserCreatesTheWholeChainRootMostFirst) {
     EXPECT_EQ(0, ExecPath(at("a")).CreateSubDir("/x"));
     EXPECT_TRUE(fs::is_directory(at("a/x")));
     EXPECT_EQ(zor::E_FAILED_CREATE_DIR, ExecPath(at("file/under")).CreateDir());
+    fs::create_directories(at("w/v"));
+    {
+        zortest::WorkDir below(at("w/v"));
+        EXPECT_EQ(0, ExecPath("../../r/s").CreateDir());
+    }
+    EXPECT_TRUE(fs::is_directory(at("r/s")));
     const std::vector<std::string> lines = journalLines();
-    ASSERT_EQ(6u, lines.size());
+    ASSERT_EQ(8u, lines.size());
     EXPECT_TRUE(isLine(lines[1], "CREATE", "[0] [" + at("a") + "]"));
     EXPECT_TRUE(isLine(lines[3], "CREATE", "[0] [" + at("a/b/c") + "]"));
     EXPECT_TRUE(isLine(lines[5], "CREATE", "[-1] [" + at("file/under") + "]"));
+    EXPECT_TRUE(isLine(lines[6], "CREATE", "[0] [../../r]"));
+    EXPECT_TRUE(isLine(lines[7], "CREATE", "[0] [../../r/s]"));
 }
 
 // An ordinary user cannot enter the 0600 directory it just made. Run in a child that drops to nobody.
@@ -136,24 +306,19 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
     ASSERT_EQ(0, chmod(m_scratch.Path().c_str(), 0777));
     ASSERT_EQ(0, mkdir(at("closed").c_str(), 0));
     Printer::DestroyInstance();
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {  // exits with the number of the first check that failed
-        if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
+    const int status = exitStatusOf([&] {  // the number of the first check that failed
+        if (setgid(65534) != 0 || setuid(65534) != 0) return 90;
         zor::Path::SetOutput(1);
-        if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) _exit(1);
-        if (modeOf("a") != (0600 & ~umask(0))) _exit(2);
+        if (ExecPath("./a/b/c").CreateDir() != zor::E_FAILED_CREATE_DIR) return 1;
+        if (modeOf("a") != (0600 & ~umask(0))) return 2;
         const std::vector<std::string> lines = journalLines();
-        if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) _exit(3);
-        if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) _exit(4);
+        if (lines.size() != 3 || !isLine(lines[1], "CREATE", "[0] [./a]")) return 3;
+        if (!isLine(lines[2], "CREATE", "[-1] [./a/b]")) return 4;
         std::list<std::string> names;
-        _exit(ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR ? 5 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 90) GTEST_SKIP() << "setuid to nobody (65534) failed";
-    EXPECT_EQ(0, WEXITSTATUS(status)) << "failed check number " << WEXITSTATUS(status);
+        return ExecPath("closed").GetFileList(names, 0) != zor::E_FAILED_OPEN_DIR ? 5 : 0;
+    });
+    if (status == 90) GTEST_SKIP() << "setuid to nobody (65534) failed";
+    EXPECT_EQ(0, status) << "failed check number " << status;
 }
 
 TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
@@ -177,7 +342,7 @@ TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
     EXPECT_EQ(outside, snapshot(at("outside")));
 }
 
-TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) {
+TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksButNeverIntoItselfOrThroughALink) {
     makeTree(at("t"));
     fs::create_directories(at("dest"));
     const auto tree = snapshot(at("t"));
@@ -189,6 +354,12 @@ TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksAndRefusesToMoveIntoItself) 
     EXPECT_EQ(-1, moved.Move(at("into")));  // below itself through a link
     EXPECT_EQ(tree, snapshot(at("t")));
 
+    fs::create_directories(at("dest/t"));
+    fs::create_symlink(at("outside"), at("dest/t/sub"));  // planted where a directory is to be made
+    EXPECT_EQ(-1, moved.Move(at("dest")));
+    EXPECT_EQ(outside, snapshot(at("outside")));
+    EXPECT_EQ("two", zortest::readFile(at("t/sub/g")));  // kept, as it could not be moved
+    fs::remove(at("dest/t/sub"));
     ASSERT_EQ(0, moved.Move(at("dest")));
     EXPECT_EQ(at("dest/t"), moved.ToString());
     EXPECT_FALSE(fs::exists(at("t")));
