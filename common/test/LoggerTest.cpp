@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <chrono>
+#include <climits>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <future>
@@ -14,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "../source/TextFormat.h"
 #include "SysUtils.h"
 #include "TestUtil.h"
 
@@ -284,6 +287,45 @@ TEST_F(LoggerTest, ReopenAfterRenameSendsEarlierLinesToTheMovedFileAndLaterOnesT
         }
         EXPECT_EQ(std::vector<int>(THREADS, LINES), next) << (sync ? "sync" : "async");
     }
+}
+
+size_t expanded(char* buffer, size_t size, const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    const size_t length = zor::detail::formatInto(buffer, size, fmt, args);
+    va_end(args);
+    return length;
+}
+
+// The expansion does the common conversions itself: text and length must be vsnprintf's, cut included,
+// both for those and for every form it hands on.
+template <typename... Args>
+void expectPrintfText(const char* fmt, Args... args) {
+    for (const size_t size : {1, 7, 40, 1000}) {
+        std::vector<char> want(size), got(size, 'z');
+        std::snprintf(want.data(), size, fmt, args...);
+        const size_t length = expanded(got.data(), size, fmt, args...);
+        ASSERT_EQ(std::string(want.data()), std::string(got.data(), length)) << fmt << " in " << size;
+        ASSERT_EQ('\0', got[length]) << fmt;
+    }
+}
+
+TEST(TextFormat, ExpandsExactlyAsPrintfDoes) {
+    expectPrintfText("plain text, 100%% sure");
+    for (const int n : {0, 7, -7, INT_MIN, INT_MAX})
+        expectPrintfText("[%d|%5i|%-5d|%05d|%-05d|%012d]", n, n, n, n, n, n);
+    expectPrintfText("%u %x %X %08x %lx %llu %zu %jd %td %hd %hhu %lld", 3000000000U, 0xbeefU, 0xbeefU, 42U,
+                     ~0UL, ~0ULL, size_t{12}, intmax_t{-5}, ptrdiff_t{-6}, 70000, 300, LLONG_MIN);
+    expectPrintfText("%s|%10s|%-10s|%.3s|%8.3s|%.0s|%s", "alice", "bob", "carol", "dave", "erin", "x", "");
+    for (const double v : {0.125, 2.5, 0.5, 1.5, -0.0, 1e20, 123.456, -3.14159, 9.9999996})
+        expectPrintfText("%f %.0f %.2f %10.3f %-10.3f %010.3f %lf", v, v, v, v, v, v, v);
+    // Left to vsnprintf: other conversions, flags, starred fields, precision on integers, odd values.
+    expectPrintfText("%c|%e|%g|%p|%+d|% d|%#x|%*d|%.3d|%o", 'q', 1.5, 2.5, static_cast<const void*>("p"), 1,
+                     2, 255, 4, 5, 6, 8);
+    const char* volatile none = nullptr;  // hidden from the compiler's format checks
+    expectPrintfText("%s %f %f %Lf", none, HUGE_VAL, NAN, 1.0L);
+    expectPrintfText("%99999d|%.99999f", 1, 0.5);
+    EXPECT_EQ(1U, expanded(std::vector<char>(8).data(), 8, "a%cb", 0));  // the text ends at the NUL
 }
 
 }  // namespace
