@@ -39,6 +39,10 @@ constexpr ZR_Uint32 BACKUP_FILES = 5;
 constexpr size_t SYNC_MESSAGE_BYTES = 256;
 constexpr size_t SYNC_LINE_BYTES = 1024;  // on the stack; a longer head spills to the heap
 constexpr int ALERT_LINE = 166;
+constexpr useconds_t PASS_PAUSE_US = 100;
+constexpr ZR_Uint32 FULL_PASS = 64;
+constexpr size_t GIVE_WAY_LINES = 1024;
+constexpr useconds_t GIVE_WAY_US = 100;
 
 // "YYYY-MM-DD HH:MM:SS." of one second, shared by every thread. Formatting the date costs more than the
 // rest of a line (localtime_r takes a lock) and changes once a second, so one thread formats it and the
@@ -177,6 +181,21 @@ public:
 private:
     Mutex& m_mutex;
 };
+
+// Moves the oldest `count` lines of `from` to the end of `to` by relinking their nodes. Only the shorter
+// side of the split is walked: when the writer takes nearly everything, it takes it all and hands the
+// few newest lines back.
+void moveOldest(std::list<std::string>& from, size_t count, std::list<std::string>& to) {
+    const size_t rest = from.size() - std::min(count, from.size());
+    if (count <= rest) {
+        to.splice(to.end(), from, from.begin(), std::next(from.begin(), static_cast<long>(count)));
+        return;
+    }
+    std::list<std::string> newest;
+    newest.splice(newest.end(), from, std::prev(from.end(), static_cast<long>(rest)), from.end());
+    to.splice(to.end(), from);
+    from.swap(newest);
+}
 
 std::string backupName(const std::string& path, ZR_Uint32 number) {
     return path + "_" + std::to_string(number);
@@ -411,15 +430,25 @@ void Logger::doLogAsync(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, c
 }
 
 // A spare node is reused when there is one: its string kept the capacity of an earlier line, so that
-// queueing a line allocates nothing once the queue has been as long as it gets.
+// queueing a line allocates nothing once the queue has been as long as it gets. A caller that finds the
+// writer far behind gives way to it for a moment: with more logging threads than cores the writer
+// otherwise gets no more time than any one of them, and the units pile up to the ceiling. (The queue
+// alone could mislead: it also holds the lines of calls whose signal failed, which have no unit.)
 void Logger::queueLine(const char* text, size_t length) {
-    ScopedLock hold(m_queueMutex);
-    if (m_spareItems.empty()) {
-        m_itemQueue.emplace_back();
-    } else {
-        m_itemQueue.splice(m_itemQueue.end(), m_spareItems, m_spareItems.begin());
+    size_t queued = 0;
+    {
+        ScopedLock hold(m_queueMutex);
+        if (m_spareItems.empty()) {
+            m_itemQueue.emplace_back();
+        } else {
+            m_itemQueue.splice(m_itemQueue.end(), m_spareItems, m_spareItems.begin());
+        }
+        m_itemQueue.back().assign(text, length);
+        queued = m_itemQueue.size();
     }
-    m_itemQueue.back().assign(text, length);
+    if (queued >= GIVE_WAY_LINES && m_sem.Count() >= static_cast<ZR_Int32>(GIVE_WAY_LINES)) {
+        usleep(GIVE_WAY_US);
+    }
 }
 
 // With m_mutex held: the text to the file (if open) and, when echoing, to standard output. Only this
@@ -454,6 +483,8 @@ void Logger::Entry() {
         ZR_Uint32 units = 1;
         while (m_sem.TryWait()) ++units;
         writePass(units, taken);
+        // Caught up: let lines gather for a moment, so that callers do not each wake the writer.
+        if (units < FULL_PASS) usleep(PASS_PAUSE_US);
     }
 }
 
@@ -466,8 +497,7 @@ void Logger::writePass(ZR_Uint32 units, std::list<std::string>& taken) {
         const ZR_Uint32 ahead = std::min(units, m_iWrittenAhead);
         m_iWrittenAhead -= ahead;
         units -= ahead;
-        const auto end = std::next(m_itemQueue.begin(), std::min<size_t>(units, m_itemQueue.size()));
-        taken.splice(taken.end(), m_itemQueue, m_itemQueue.begin(), end);
+        moveOldest(m_itemQueue, units, taken);
         m_mutex.Lock();  // before the queue lock is left: see Reopen
     }
     const HeldLock file(m_mutex);
