@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 
 #include "BaseTypes.h"
@@ -34,7 +35,12 @@ constexpr const char* LogFileName(const char* pszPath) {
 ///
 /// Two modes, chosen by Initialize(): synchronous (the caller formats and writes under a lock, flushing
 /// every line; messages are cut at 255 characters) and asynchronous, the default (the caller formats the
-/// line into a queue and the logger's own thread writes it; messages are cut at 999 characters).
+/// line into a queue and the logger's own thread writes it; messages are cut at 999 characters). The
+/// asynchronous writer works in passes: woken by one line's unit on the semaphore, it takes every further
+/// unit already there and as many queued lines, oldest first, and writes the pass with one write and one
+/// flush. So it flushes once per pass, not once per line; a line is on disk at the latest when the pass
+/// that took it ends. After a small pass it pauses for 100 us to let lines gather, and a caller that
+/// finds 1024 lines or more waiting sleeps 100 us to give the writer the processor.
 ///
 /// @code
 ///   zor::Logger::Instance()->Initialize("svc", "/var/log/svc/svc.log", 16, 100000, 0, 0, 0);
@@ -51,7 +57,34 @@ constexpr const char* LogFileName(const char* pszPath) {
 ///
 /// In synchronous mode the expanded message is written like a printf format without arguments would be:
 /// `"%%"` becomes `"%"`, every other `%` sequence is written as it stands. In asynchronous mode the expanded
-/// text is written unchanged.
+/// text is written unchanged. In both the message ends at the first NUL that the expansion produced.
+///
+/// External rotation: the logger separates the file by itself when a limit is set, but a tool such as
+/// logrotate may move the file away instead. After a rename the logger would keep writing into the moved
+/// file (and, once that is removed, the size check finds no file and never separates again), so tell it
+/// to start on the path again with Reopen(), for instance from a thread that waits for SIGHUP:
+///
+/// @code
+///   # /etc/logrotate.d/svc (logrotate's default "create" mode renames the file away)
+///   /var/log/svc/svc.log {
+///       daily
+///       rotate 7
+///       postrotate
+///           kill -HUP $(cat /run/svc.pid)
+///       endscript
+///   }
+///
+///   // in the service: block SIGHUP in every thread before starting any, then
+///   std::thread([] {
+///       sigset_t hup;
+///       sigemptyset(&hup);
+///       sigaddset(&hup, SIGHUP);
+///       for (int sig; sigwait(&hup, &sig) == 0;) zor::Logger::Instance()->Reopen();
+///   }).detach();
+/// @endcode
+///
+/// "copytruncate" needs no Reopen(): the file stays where it is (lines written while it is copied can be
+/// lost, as with any program).
 class Logger : public OSThread {
 public:
     static const char* const PREFIX_INFO;   ///< The level tag of LogInfo() lines: "Info:  ".
@@ -59,13 +92,21 @@ public:
     static const char* const PREFIX_ERROR;  ///< The level tag of LogError() lines: "Error: ".
     static const char* const PREFIX_ALERT;  ///< The level tag of LogAlert() lines: "Alert: ".
     static const char* const PREFIX_DEBUG;  ///< The level tag of LogDebug() lines: "Debug: ".
-    /// The longest line the asynchronous path formats, terminator included.
+    /// The asynchronous path's limit: the head and the message of a line are each cut to MAX_LENGTH - 1
+    /// characters.
     static const ZR_Uint32 MAX_LENGTH = 1000;
 
     /// The logger, created on first use.
     static Logger* Instance();
-    /// Stops the writer thread (which first writes every queued line), closes the file and forgets the
-    /// instance. The next Instance() makes a fresh, uninitialised logger.
+    /// Stops the writer thread (which first writes every queued line), closes the file and makes the
+    /// logger fresh and uninitialised again, as Instance() first returned it.
+    ///
+    /// Destroy it last, after everything that logs. A thread that still logs meanwhile (a straggler) is
+    /// safe all the same: the object is never freed, so a pointer from Instance() stays valid for the life
+    /// of the process, and DestroyInstance() waits for the calls that found the logger initialised. Such
+    /// a call writes its line to the file being closed; a call that starts once DestroyInstance() has
+    /// begun drops its line (and one that starts after it has returned is a call to the fresh logger).
+    /// Settings of the writer thread made through OSThread (stack size, CPU, name) are kept.
     static void DestroyInstance();
 
     /// Reads the settings "module", "file", "mbytes", "lines", "level", "foreground" and "sync" through a
@@ -81,6 +122,16 @@ public:
     /// "The Logger has been initialized!!". In asynchronous mode the writer thread starts here.
     void Initialize(const std::string& module, const std::string& file, ZR_Uint32 mbytes, ZR_Uint32 lines,
                     ZR_Uint32 level, ZR_BOOL foreground, ZR_BOOL sync);
+
+    /// Closes the log file and opens its path again in mode "a+", for external rotation (see above).
+    ///
+    /// Callable from any thread, though not from a signal handler. It takes the same locks as writing, so
+    /// every line logged before the call is in the old file, every line logged after it in the new one,
+    /// none lost, split or repeated: lines still queued for the writer are written to the old file first.
+    /// Separation by size and lines goes on as before, with the line count carried over. Returns 0, or -1
+    /// with errno set when the path cannot be opened (the current file then stays open) or the logger is
+    /// not initialised (EBADF).
+    ZR_INT Reopen();
 
     /// The path of the log file ("./file.log" until Initialize() sets another).
     const std::string& LogFilePath() const { return m_sFilePath; }
@@ -132,24 +183,35 @@ protected:
     void touchFilePath(const std::string& path);
     /// The number of lines in an existing regular file, which the line limit then counts on from.
     ZR_Uint32 getFileLineCount(const std::string& path);
-    /// Writes a formatted line as it is, flushing.
+    /// Writes formatted text (one line, or a writer's pass of lines) as it is, flushing once.
     void outputLogItem(const std::string& text);
-    /// The writer thread of the asynchronous mode: writes queued lines until stopped, then the rest.
+    /// The writer thread of the asynchronous mode: writes queued lines in passes until stopped, then the
+    /// rest.
     void Entry() override;
 
 private:
+    /// Closes the log file (the one owner of the stream, replaced whole at each separation or reopen).
+    struct StreamCloser {
+        void operator()(FILE* stream) const;
+    };
+
+    void shutDown();
     void logWithPrefix(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                        const ZR_CHAR* fmt, va_list args);
     void applySettings(const std::string& module, const std::string& file, ZR_Uint32 mbytes, ZR_Uint32 lines,
                        ZR_Uint32 level, ZR_BOOL foreground, ZR_BOOL sync);
     void separate();
     void writeToOutputs(const char* pData, size_t len);
+    void queueLine(const char* text, size_t length);
+    void writePass(ZR_Uint32 units, std::list<std::string>& taken);
+    ZR_Uint32 writeQueued();
+    void writeLines(std::list<std::string>& lines, ZR_Uint32 repeats);
 
     std::atomic<ZR_BOOL> m_bSyncWrite;
     ZR_BOOL m_bForeground;
     std::atomic<ZR_BOOL> m_bInitialized;  ///< published last by Initialize; read by every log call
     std::atomic<ZR_Uint32> m_iDebugLevel;
-    ZR_Uint32 m_iCurrLineIdx;
+    std::atomic<ZR_Uint32> m_iCurrLineIdx;  ///< counted without m_mutex; see check4Seperate
     ZR_Uint32 m_iCurrFileIdx;
     ZR_Uint32 m_iMaxBytes;
     ZR_Uint32 m_iMaxLines;
@@ -157,10 +219,19 @@ private:
     std::string m_sFilePath;
     std::string m_sModuleName;
     Mutex m_mutex;  ///< the stream, the counters and separation
-    FILE* m_fileStream;
+    std::unique_ptr<FILE, StreamCloser> m_fileStream;
     Semaphore m_sem;
-    Mutex m_queueMutex;  ///< the queue only; taken before m_mutex where both are held
+    Mutex m_queueMutex;  ///< the queue and its spares; taken before m_mutex where both are held
     std::list<std::string> m_itemQueue;
+    /// Nodes of lines already written, kept with their strings' capacity for the next lines; moving a
+    /// node between the lists neither allocates nor copies.
+    std::list<std::string> m_spareItems;
+    ZR_Uint32 m_iWrittenAhead;   ///< units whose lines Reopen wrote before the writer took them
+    std::string m_sCurrentLine;  ///< the writer's last line, written again for a unit without one
+    std::string m_sPass;         ///< the text of the writer's pass, reused; under m_mutex
+    std::atomic<ZR_Uint32> m_iCallsInFlight[2];  ///< log calls running, by epoch; see DestroyInstance
+    std::atomic<ZR_Uint32> m_iCallEpoch;         ///< the epoch new calls count in
+    std::atomic<ZR_BOOL> m_bClosing;             ///< set while DestroyInstance resets the logger
 
     static std::atomic<Logger*> _instance;
     static Mutex _mutex;

@@ -44,6 +44,9 @@ public:
     /// takes a unit that is already there). The deadline is wall-clock time, so stepping the system clock
     /// moves it. Other failures throw "Cannot wait signal N".
     ZR_BOOL Wait(ZR_LONG lMseconds);
+    /// Takes one unit if one is there, without waiting for it. Returns 1 when a unit was taken, 0 when
+    /// the count was 0. Unlike Wait(0) it reads no clock.
+    ZR_BOOL TryWait();
 
     /// The current count, read under the semaphore's own mutex.
     ZR_Int32 Count();

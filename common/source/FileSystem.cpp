@@ -19,6 +19,7 @@
 #include "PosixUtil.h"
 #include "Singleton.h"
 #include "StringUtils.h"
+#include "TextFormat.h"
 
 // ---- Path: parsing, normalisation and text ----
 
@@ -288,28 +289,6 @@ namespace {
 const size_t kMessageBuffer = 4096;  // a message keeps at most 4095 bytes
 const char kHeader[] = "// xxxx-xx-xxTxx:xx:xx [thread_id] TAGS [src_path] => [dst_path]\n";
 
-// Formats into buffer (cut to its size less one) and returns the length kept.
-size_t formatMessage(char* buffer, const char* format, va_list args) {
-    const int written = vsnprintf(buffer, kMessageBuffer, format, args);
-    if (written < 0) {
-        buffer[0] = '\0';
-        return 0;
-    }
-    return static_cast<size_t>(written) < kMessageBuffer ? static_cast<size_t>(written) : kMessageBuffer - 1;
-}
-
-// The second formatting pass of the tagged forms, done without a format string: "%%" collapses to "%"
-// and any other "%" stays as it is, so a path holding "%s" can never read a missing argument.
-size_t collapsePercents(char* text, size_t length) {
-    size_t out = 0;
-    for (size_t in = 0; in < length; ++in) {
-        text[out++] = text[in];
-        if (text[in] == '%' && in + 1 < length && text[in + 1] == '%') ++in;
-    }
-    text[out] = '\0';
-    return out;
-}
-
 std::string currentThreadId() {
     std::ostringstream id;
     id << std::this_thread::get_id();
@@ -386,7 +365,7 @@ void Printer::Print(const char* pre, const char* format, ...) {
     char message[kMessageBuffer];
     va_list args;
     va_start(args, format);
-    const size_t length = formatMessage(message, format, args);
+    const size_t length = detail::formatInto(message, kMessageBuffer, format, args);
     va_end(args);
     writeLine(pre, message, length);
 }
@@ -429,7 +408,8 @@ void Printer::PrintLink(const char* format, ...) {
 void Printer::printTagged(const char* pre, const char* format, va_list args) {
     if (!m_enable.load(std::memory_order_acquire)) return;
     char message[kMessageBuffer];
-    const size_t length = collapsePercents(message, formatMessage(message, format, args));
+    const size_t length =
+        detail::collapsePercents(message, detail::formatInto(message, kMessageBuffer, format, args));
     writeLine(pre, message, length);
 }
 

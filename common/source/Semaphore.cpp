@@ -99,6 +99,14 @@ ZR_BOOL Semaphore::Wait(ZR_LONG lMseconds) {
     return 1;
 }
 
+ZR_BOOL Semaphore::TryWait() {
+    lock();
+    const ZR_BOOL bTaken = m_iCount > 0 ? 1 : 0;
+    if (bTaken) --m_iCount;
+    pthread_mutex_unlock(&m_mutex);
+    return bTaken;
+}
+
 ZR_Int32 Semaphore::Count() {
     lock();
     const ZR_Int32 iCount = m_iCount;

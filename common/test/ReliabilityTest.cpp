@@ -1,4 +1,5 @@
 // Faults from outside: a full disk, no descriptors left, signals interrupting waits, peers that reset.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -9,7 +10,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <future>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -46,6 +50,82 @@ TEST(FaultDiskFull, LoggerDropsLinesWhileTheDiskIsFullAndWritesAgainAfterSeparat
     ASSERT_EQ(5U, lines.size());
     EXPECT_NE(std::string::npos, lines.front().find("Info:  n 11"));
     EXPECT_TRUE(zor::SysUtils::IsDeviceFile(path + "_1"));  // the full device became the first backup
+}
+
+// Counting the lines of the existing file used to open it for reading, which for a named pipe waits for
+// a writer that never comes. If Initialize hangs, opening the pipe for writing lets it go.
+TEST(FaultNamedPipe, LoggerInitializesOnAPipeAndItsLinesReachTheReader) {
+    zortest::ScratchDir dir;
+    for (const ZR_BOOL sync : {1, 0}) {
+        const std::string path = dir / (sync ? "sync.pipe" : "async.pipe");
+        ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+        const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        ASSERT_GE(reader, 0);
+        auto initialized = std::async(std::launch::async, [&] {
+            zor::Logger::Instance()->Initialize("Pipe", path, 1, 1000, 0, 0, sync);
+        });
+        const bool returned = initialized.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+        if (!returned) close(open(path.c_str(), O_WRONLY | O_NONBLOCK));
+        initialized.get();
+        ASSERT_TRUE(returned) << "Initialize blocked on the pipe";
+        ZOR_LOG_INFO("through the pipe");
+        zor::Logger::DestroyInstance();
+        std::string text;
+        char buffer[512];
+        for (int i = 0; i < 3000 && text.find('\n') == std::string::npos; ++i) {
+            const ssize_t got = read(reader, buffer, sizeof buffer);
+            if (got > 0) text.append(buffer, static_cast<size_t>(got));
+            if (got <= 0) zor::SysUtils::DelayMseconds(10);
+        }
+        close(reader);
+        EXPECT_NE(std::string::npos, text.find(") Info:  through the pipe\n")) << text;
+    }
+}
+
+// Eight threads log back to back through Instance() while the logger is destroyed under them, in both
+// modes. No call may touch freed memory or abort; each call either writes its whole line or drops it,
+// and every call that returned before DestroyInstance began is in the file.
+TEST(FaultDestroyWhileLogging, StragglersWriteOrDropTheirLinesAndNeverCrash) {
+    zortest::ScratchDir dir;
+    constexpr int THREADS = 8, ROUNDS = 6;
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::string path = dir / ("round" + std::to_string(round) + ".log");
+        zor::Logger::Instance()->Initialize("Race", path, 1024, 1000000, 0, 0, round % 2);
+        std::atomic<bool> destroying{false}, stop{false};
+        std::atomic<int> calls{0};
+        std::vector<int> lastBefore(THREADS, -1);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < THREADS; ++t) {
+            threads.emplace_back([&, t] {
+                for (int i = 0; !stop; ++i) {
+                    zortest::thrownMessage([&] { ZOR_LOG_INFO("t%d i%d end", t, i); });
+                    if (!destroying) lastBefore[t] = i;
+                    ++calls;
+                }
+            });
+        }
+        for (int i = 0; i < 10000 && calls < THREADS * 200; ++i) zor::SysUtils::DelayMseconds(1);
+        destroying = true;
+        zor::Logger::DestroyInstance();
+        const int after = calls;
+        for (int i = 0; i < 10000 && calls < after + THREADS * 200; ++i) zor::SysUtils::DelayMseconds(1);
+        stop = true;
+        for (auto& thread : threads) thread.join();
+        zor::Logger::DestroyInstance();  // the stragglers' units, counted on the fresh logger, go too
+
+        std::vector<std::set<int>> written(THREADS);
+        for (const std::string& line : linesOf(path)) {
+            int t = -1, i = -1;
+            char end[4] = {};
+            ASSERT_EQ(3, std::sscanf(line.c_str() + line.find(") Info:  ") + 9, "t%d i%d %3s", &t, &i, end))
+                << line;
+            ASSERT_STREQ("end", end) << line;
+            EXPECT_TRUE(written.at(t).insert(i).second) << "twice: " << line;
+        }
+        for (int t = 0; t < THREADS; ++t) {
+            for (int i = 0; i <= lastBefore[t]; ++i) ASSERT_EQ(1U, written[t].count(i)) << round << " t" << t;
+        }
+    }
 }
 
 TEST(FaultDiskFull, JournalDropsLinesOnAFullDiskWithoutChangingResultsAndWritesAgainWhenReopened) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/time.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -63,6 +64,39 @@ TEST(SemaphoreHandOver, EveryUnitSignalledIsTakenExactlyOnce) {
     consumer.join();
     EXPECT_EQ(UNITS, taken);
     EXPECT_EQ(0, items.Count());
+}
+
+// Two takers that never block race for the units of one producer: each unit goes to exactly one of them.
+TEST(SemaphoreTryWait, TakesOnlyUnitsAlreadyThereEachExactlyOnce) {
+    zor::Semaphore sem(2);
+    EXPECT_EQ(0, sem.TryWait());
+    sem.Signal();
+    sem.Signal();
+    EXPECT_EQ(1, sem.TryWait());
+    EXPECT_EQ(1, sem.TryWait());
+    EXPECT_EQ(0, sem.TryWait());
+    EXPECT_EQ(0, sem.Count());
+
+    constexpr int UNITS = 20000;
+    std::atomic<int> taken{0};
+    const auto take = [&] {
+        for (const auto start = Clock::now(); taken < UNITS && elapsedMs(start) < 60000;) {
+            if (sem.TryWait() == 1) {
+                ++taken;
+            } else {
+                std::this_thread::yield();  // leave the producer a core
+            }
+        }
+    };
+    std::thread first(take), second(take);
+    for (int i = 0; i < UNITS; ++i) {
+        while (sem.Count() >= sem.Max()) std::this_thread::yield();
+        sem.Signal();
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(UNITS, taken.load());
+    EXPECT_EQ(0, sem.Count());
 }
 
 TEST(SemaphoreHandOver, BlockingWaitWakesOnSignal) {
