@@ -19,8 +19,8 @@ typedef struct epoll_event EpollEvent_S;  ///< One event record of epoll_wait().
 /// is called on the dispatching thread only, so it needs no locking of its own for that.
 class IOEventHandler {
 public:
-    IOEventHandler() {}           ///< Nothing to set up.
-    virtual ~IOEventHandler() {}  ///< Virtual: the reactor deletes handlers through this base.
+    ZOR_INLINE IOEventHandler() {}           ///< Nothing to set up.
+    ZOR_INLINE virtual ~IOEventHandler() {}  ///< Virtual: the reactor deletes handlers through this base.
 
     /// The descriptor is readable (or has hung up with data still to read). The name is part of the
     /// interface as spelled.

@@ -91,7 +91,7 @@ public:
     virtual ZR_INT Unlock() = 0;
 
     /// The path given at construction; empty for an anonymous temporary file.
-    const std::string& GetFilePath() const { return m_filePath; }
+    ZOR_INLINE const std::string& GetFilePath() const { return m_filePath; }
     /// Size in bytes measured by seeking to the end and back, so the position is unchanged afterwards.
     /// -1 when the position cannot be read or the seek to the end fails (the position may then have
     /// moved).

@@ -132,15 +132,15 @@ public:
     /// Path("x").PopDir(3) is "../..", Path("/").PopDir(1) is empty.
     ZR_BOOL PopDir(ZR_Uint32 level);
 
-    PathConstIterator begin() const { return m_pathList.begin(); }  ///< The first component.
-    PathConstIterator end() const { return m_pathList.end(); }      ///< Past the last component.
-    size_t Size() const { return m_pathList.size(); }               ///< The number of components.
-    ZR_BOOL IsEmpty() const { return m_pathList.empty() ? 1 : 0; }  ///< 1 with no components.
-    void Clear() { m_pathList.clear(); }                            ///< Removes every component.
+    ZOR_INLINE PathConstIterator begin() const { return m_pathList.begin(); }  ///< The first component.
+    ZOR_INLINE PathConstIterator end() const { return m_pathList.end(); }      ///< Past the last component.
+    ZOR_INLINE size_t Size() const { return m_pathList.size(); }               ///< The number of components.
+    ZOR_INLINE ZR_BOOL IsEmpty() const { return m_pathList.empty() ? 1 : 0; }  ///< 1 with no components.
+    ZOR_INLINE void Clear() { m_pathList.clear(); }                            ///< Removes every component.
 
     /// Components joined by "/" ("/a/b", "./a", "..", "/"); "" for an empty path.
     std::string ToString() const;
-    operator std::string() const { return ToString(); }  ///< ToString().
+    ZOR_INLINE operator std::string() const { return ToString(); }  ///< ToString().
 
     /// A relative path ("." or ".." first) resolved against the current working directory
     /// ("../x" in "/home/u" is "/home/x"); an absolute path's text as it is; "" for an empty path.
@@ -161,8 +161,8 @@ public:
     ///@{
     bool operator==(const Path& path) const;         ///< The same components.
     bool operator==(const std::string& path) const;  ///< The same components as the parsed text.
-    bool operator!=(const Path& path) const { return !(*this == path); }         ///< Not ==.
-    bool operator!=(const std::string& path) const { return !(*this == path); }  ///< Not ==.
+    ZOR_INLINE bool operator!=(const Path& path) const { return !(*this == path); }         ///< Not ==.
+    ZOR_INLINE bool operator!=(const std::string& path) const { return !(*this == path); }  ///< Not ==.
     /// This path has fewer components than path, and they begin path's list. A path is not its own parent.
     ZR_BOOL IsParentPath(const Path& path) const;
     ZR_BOOL IsParentPath(const std::string& path) const;  ///< IsParentPath() of the parsed text.

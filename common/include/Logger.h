@@ -18,7 +18,7 @@
 namespace zor {
 
 /// The part of a path after its last '/', evaluated at compile time for __FILE__.
-constexpr const char* LogFileName(const char* pszPath) {
+ZOR_INLINE constexpr const char* LogFileName(const char* pszPath) {
     const char* pszBase = pszPath;
     for (const char* p = pszPath; *p != '\0'; ++p) {
         if (*p == '/') pszBase = p + 1;
@@ -134,11 +134,11 @@ public:
     ZR_INT Reopen();
 
     /// The path of the log file ("./file.log" until Initialize() sets another).
-    const std::string& LogFilePath() const { return m_sFilePath; }
+    ZOR_INLINE const std::string& LogFilePath() const { return m_sFilePath; }
     /// Log calls accepted since the count was taken from the existing file (see Initialize()).
     ZR_Uint32 TotalLines();
     /// Debug lines are written only when their level is above this threshold.
-    void SetLogDebugLevel(ZR_Uint32 level) { m_iDebugLevel = level; }
+    ZOR_INLINE void SetLogDebugLevel(ZR_Uint32 level) { m_iDebugLevel = level; }
 
     /// @name Writing lines
     /// Each writes one line with its level's tag. Pass the source file's base name, the function and the

@@ -51,7 +51,7 @@ public:
     /// The current count, read under the semaphore's own mutex.
     ZR_Int32 Count();
     /// The ceiling fixed at construction.
-    ZR_Int32 Max() const { return m_iMax; }
+    ZOR_INLINE ZR_Int32 Max() const { return m_iMax; }
 
 private:
     /// Locks m_mutex, throwing "Cannot lock mutex" on failure; the caller unlocks.
