@@ -11,7 +11,7 @@ packages_for() {
         bench) echo "libbenchmark-dev libspdlog-dev libpoco-dev libevent-dev libssl-dev" ;;
         fuzz) echo "clang libclang-rt-14-dev" ;;
         docs) echo "doxygen graphviz" ;;
-        package) echo "dpkg-dev file" ;;
+        package) echo "build-essential dpkg-dev debhelper lintian file" ;;
         memcheck) echo "valgrind" ;;
         *) echo "unknown task: $1" >&2; exit 2 ;;
     esac
