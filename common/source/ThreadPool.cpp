@@ -151,7 +151,7 @@ ZR_INT CThreadPool::Initialize() {
 }
 
 void CThreadPool::PushJob(CJob* job) {
-    assert(job != NULL);
+    assert(job != nullptr);
     if (setJob2WorkerThread(job) == 0) return;
     {
         ScopedLock hold(m_jobMutex);
