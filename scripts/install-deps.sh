@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs, from Debian's packages, whatever the named tasks need and this machine lacks, and says what
-# it does. Tasks: build, test, bench, fuzz, docs, package. With no task, "build test".
+# it does. Tasks: build, test, bench, fuzz, docs, format, tidy, coverage, package, memcheck. With no task,
+# "build test".
 # Usage: scripts/install-deps.sh [task...]
 set -euo pipefail
 
@@ -11,6 +12,9 @@ packages_for() {
         bench) echo "libbenchmark-dev libspdlog-dev libpoco-dev libevent-dev libssl-dev" ;;
         fuzz) echo "clang libclang-rt-14-dev" ;;
         docs) echo "doxygen graphviz" ;;
+        format) echo "clang-format" ;;
+        tidy) echo "cmake g++ ninja-build clang-tidy" ;;
+        coverage) echo "gcovr" ;;
         package) echo "build-essential dpkg-dev debhelper lintian file" ;;
         memcheck) echo "valgrind" ;;
         *) echo "unknown task: $1" >&2; exit 2 ;;
