@@ -176,11 +176,14 @@ check_debian() {
         if [ -d "$path" ]; then echo "$path"; fi
     done < "$listing" > "$before"
 
+    # Another apt-get on the machine holds the lock for a while at most: wait for it rather than fail.
+    apt=(apt-get -y -qq -o DPkg::Lock::Timeout=300)  # global: the exit trap uses it
+    [ "$(id -u)" -eq 0 ] || apt=(sudo "${apt[@]}")
     export DEBIAN_FRONTEND=noninteractive
-    trap 'apt-get purge -y -qq libzor1 libzor-dev >/dev/null 2>&1 || true; rm -rf "$scratch"' EXIT
-    apt-get install -y -qq "${debs[@]}" >/dev/null
+    trap '"${apt[@]}" purge libzor1 libzor-dev >/dev/null 2>&1 || true; rm -rf "$scratch"' EXIT
+    "${apt[@]}" install "${debs[@]}" >/dev/null
     consume shared
-    apt-get purge -y -qq libzor1 libzor-dev >/dev/null
+    "${apt[@]}" purge libzor1 libzor-dev >/dev/null
 
     if dpkg-query -W libzor1 >/dev/null 2>&1 || dpkg-query -W libzor-dev >/dev/null 2>&1; then
         fail "dpkg still knows the packages after the purge"

@@ -44,6 +44,7 @@ echo "install-deps: installing ${missing[*]}"
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# Another apt-get on the machine holds the lock for a while at most: wait for it rather than fail.
+$sudo apt-get update -qq -o DPkg::Lock::Timeout=300
+$sudo apt-get install -y -qq -o DPkg::Lock::Timeout=300 --no-install-recommends "${missing[@]}" >/dev/null
 echo "install-deps: installed ${missing[*]}"

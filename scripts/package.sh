@@ -17,6 +17,11 @@ mkdir -p "$work"
 archive=$(scripts/dist.sh "$work")
 tar -xzf "$archive" -C "$work"
 src=$(find "$work" -mindepth 1 -maxdepth 1 -type d -name 'zor-*')
+# A release bumps both: the packages' version is the library's.
+if [ "$(dpkg-parsechangelog -l debian/changelog -S Version)" != "${src##*/zor-}" ]; then
+    echo "package: debian/changelog's version is not the project's VERSION (${src##*/zor-})" >&2
+    exit 1
+fi
 
 # debhelper gives the build a home of its own, so ccache is told where its cache is. The source sits at
 # the same path in every run, and paths under it are hashed as relative ones: repeated builds hit.
