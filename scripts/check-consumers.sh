@@ -25,9 +25,7 @@ if [ "${1:-}" = "--build-dir" ]; then
 fi
 paths=("$@")
 [ ${#paths[@]} -gt 0 ] || paths=(installed static subdirectory fetchcontent debian)
-builds=${ZOR_CONSUMERS_BUILD_DIR:-build-consumers}
-mkdir -p "$builds"
-builds=$(cd "$builds" && pwd)
+builds=$(realpath -m "${ZOR_CONSUMERS_BUILD_DIR:-build-consumers}")
 consumer=$root/common/test/consumer
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
