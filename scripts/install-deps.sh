@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs, from Debian's packages, whatever the named tasks need and this machine lacks, and says what
-# it does. Tasks: build, test, bench, fuzz, docs, package. With no task, "build test".
+# it does. Tasks: build, test, bench, fuzz, docs, format, tidy, coverage, package, memcheck. With no task,
+# "build test".
 # Usage: scripts/install-deps.sh [task...]
 set -euo pipefail
 
@@ -11,7 +12,10 @@ packages_for() {
         bench) echo "libbenchmark-dev libspdlog-dev libpoco-dev libevent-dev libssl-dev" ;;
         fuzz) echo "clang libclang-rt-14-dev" ;;
         docs) echo "doxygen graphviz" ;;
-        package) echo "dpkg-dev file" ;;
+        format) echo "clang-format" ;;
+        tidy) echo "cmake g++ ninja-build clang-tidy" ;;
+        coverage) echo "gcovr" ;;
+        package) echo "build-essential dpkg-dev debhelper lintian file" ;;
         memcheck) echo "valgrind" ;;
         *) echo "unknown task: $1" >&2; exit 2 ;;
     esac
@@ -40,6 +44,7 @@ echo "install-deps: installing ${missing[*]}"
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# Another apt-get on the machine holds the lock for a while at most: wait for it rather than fail.
+$sudo apt-get update -qq -o DPkg::Lock::Timeout=300
+$sudo apt-get install -y -qq -o DPkg::Lock::Timeout=300 --no-install-recommends "${missing[@]}" >/dev/null
 echo "install-deps: installed ${missing[*]}"

@@ -239,10 +239,11 @@ private:
 
 }  // namespace zor
 
-//// @name Logging macros
+/// @name Logging macros
 /// Log through the process-wide logger with this source file's name, function and line; the arguments
 /// are a printf format and its values.
 ///@{
+
 /// An information line through Logger::LogInfo().
 #define ZOR_LOG_INFO(...) \
     ::zor::Logger::Instance()->LogInfo(::zor::LogFileName(__FILE__), __func__, __LINE__, __VA_ARGS__)

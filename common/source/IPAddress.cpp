@@ -48,7 +48,7 @@ IPAddressImp::~IPAddressImp() { UninitOSNetwork(); }
 
 IPv4IPAddressImp::IPv4IPAddressImp() : m_addr{} {}
 
-IPv4IPAddressImp::IPv4IPAddressImp(const void* pAddr) : m_addr{} { SetAddress(pAddr); }
+IPv4IPAddressImp::IPv4IPAddressImp(const void* pAddr) : m_addr{} { IPv4IPAddressImp::SetAddress(pAddr); }
 
 IPv4IPAddressImp* IPv4IPAddressImp::Parse(const std::string& sText) {
     if (sText.empty()) return nullptr;
@@ -82,10 +82,12 @@ ZR_INT IPv4IPAddressImp::SetAddress(const void* pAddr) {
 
 IPv6IPAddressImp::IPv6IPAddressImp() : m_addr{}, m_scope(0) {}
 
-IPv6IPAddressImp::IPv6IPAddressImp(const void* pAddr) : m_addr{}, m_scope(0) { SetAddress(pAddr); }
+IPv6IPAddressImp::IPv6IPAddressImp(const void* pAddr) : m_addr{}, m_scope(0) {
+    IPv6IPAddressImp::SetAddress(pAddr);
+}
 
 IPv6IPAddressImp::IPv6IPAddressImp(const void* pAddr, ZR_Uint32 uScope) : m_addr{}, m_scope(uScope) {
-    SetAddress(pAddr);
+    IPv6IPAddressImp::SetAddress(pAddr);
 }
 
 IPv6IPAddressImp* IPv6IPAddressImp::Parse(const std::string& sText) {
@@ -139,7 +141,9 @@ ZR_INT IPv6IPAddressImp::SetAddress(const void* pAddr) {
 
 UnixIPAddressImp::UnixIPAddressImp() : m_addr{} {}
 
-UnixIPAddressImp::UnixIPAddressImp(const std::string& sPath) : m_addr{} { SetAddress(sPath.c_str()); }
+UnixIPAddressImp::UnixIPAddressImp(const std::string& sPath) : m_addr{} {
+    UnixIPAddressImp::SetAddress(sPath.c_str());
+}
 
 ZR_Uint32 UnixIPAddressImp::Size() const { return PATH_CAPACITY; }
 ZR_Uint32 UnixIPAddressImp::Scope() const { return 0; }

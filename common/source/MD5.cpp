@@ -58,7 +58,7 @@ void compressBlocks(ZR_Uint32 state[4], const ZR_BYTE* data, size_t blocks) {
     ZR_Uint32 a = state[0], b = state[1], c = state[2], d = state[3];
     for (; blocks > 0; --blocks, data += BLOCK) {
         ZR_Uint32 x[16];
-        for (int i = 0; i < 16; ++i) x[i] = loadLittle32(data + 4 * i);
+        for (size_t i = 0; i < 16; ++i) x[i] = loadLittle32(data + 4 * i);
         const ZR_Uint32 a0 = a, b0 = b, c0 = c, d0 = d;
 
         stepF(a, b, c, d, x[0], 7, 0xd76aa478);
@@ -210,8 +210,9 @@ void MD5::append(const ZR_BYTE* data, ZR_Uint32 length) {
         data += room;
         length -= room;
     }
-    compressBlocks(m_buf, data, length / BLOCK);
-    std::memcpy(block, data + length / BLOCK * BLOCK, length % BLOCK);
+    const size_t whole = length / BLOCK;
+    compressBlocks(m_buf, data, whole);
+    std::memcpy(block, data + whole * BLOCK, length % BLOCK);
 }
 
 void MD5::final() {
@@ -227,14 +228,14 @@ void MD5::final() {
     storeLittle32(block + LENGTH_OFFSET, m_bytes[0] << 3);
     storeLittle32(block + LENGTH_OFFSET + 4, (m_bytes[1] << 3) | (m_bytes[0] >> 29));
     md5Transform(block);
-    for (int i = 0; i < 4; ++i) storeLittle32(m_digest + 4 * i, m_buf[i]);
+    for (size_t i = 0; i < 4; ++i) storeLittle32(m_digest + 4 * i, m_buf[i]);
 }
 
 void MD5::md5Transform(const ZR_BYTE* block) { compressBlocks(m_buf, block, 1); }
 
 std::string MD5::bytes2HexString(const ZR_BYTE* data, ZR_Uint32 length) {
     std::string text(2 * static_cast<std::string::size_type>(length), '0');
-    for (ZR_Uint32 i = 0; i < length; ++i) {
+    for (size_t i = 0; i < length; ++i) {
         text[2 * i] = HEX[data[i] >> 4];
         text[2 * i + 1] = HEX[data[i] & 0x0f];
     }

@@ -89,7 +89,7 @@ Socket::Socket(const Socket& other)
     InitOSNetwork();
 }
 
-Socket& Socket::operator=(const Socket& other) {
+Socket& Socket::operator=(const Socket& other) {  // NOLINT(bugprone-unhandled-self-assignment): see below
     // Join the new counter before leaving the old one: when both are the same counter (self-assignment
     // or a copy of the same socket) its count never touches zero, so it is neither closed nor freed.
     RefCounter* pShared = other.m_refcnt;

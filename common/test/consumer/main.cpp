@@ -1,12 +1,20 @@
-// Links against an installed libzor and checks that the headers and the library agree.
+// A program outside the zor tree that uses the library the way a service would, through either include
+// style, and checks that the headers, the library it runs against and the package it was found through
+// agree on the version.
+#include <zor/Locks.h>
+#include <zor/ZorVersion.h>
+
 #include <cstdio>
 #include <cstring>
 
 #include "ErrorCode.h"
-#include "Locks.h"
 #include "OSTime.h"
 #include "Semaphore.h"
-#include "ZorVersion.h"
+
+// The C++20 builds check that zor's build settings leave the consumer's language standard alone.
+#ifdef ZOR_CONSUMER_CXX20
+static_assert(__cplusplus >= 202002L, "the consumer was downgraded from C++20");
+#endif
 
 int main() {
     zor::Mutex mutex(0);
@@ -20,6 +28,10 @@ int main() {
     const zor::OSTime time("2024-02-29 23:59:59.000001");
     if (time.ToString(1) != "2024-02-29 23:59:59.000001") return 2;
     if (zor::ErrorStringEN(zor::E_FAILED) != "unknown error") return 3;
-    std::printf("consumer linked against zor %s\n", ZOR_VERSION_STRING);
+    if (std::strcmp(zor::Version(), ZOR_VERSION_STRING) != 0) return 4;
+#ifdef ZOR_PACKAGE_VERSION
+    if (std::strcmp(zor::Version(), ZOR_PACKAGE_VERSION) != 0) return 5;
+#endif
+    std::printf("consumer runs against zor %s\n", zor::Version());
     return 0;
 }
