@@ -12,8 +12,8 @@ library=$(find "$build" -maxdepth 1 -name 'libzor.so.*' -type f | head -n 1)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-for header in common/include/*.h; do echo "#include \"$(basename "$header")\""; done >"$scratch/all.cpp"
-${CXX:-c++} -std=c++17 -fkeep-inline-functions -Icommon/include -I"$build/generated" \
+for header in common/include/*.h ZorVersion.h; do echo "#include \"$(basename "$header")\""; done >"$scratch/all.cpp"
+${CXX:-c++} -std=c++17 -fkeep-inline-functions -Icommon/include -I"$build/generated/zor" \
     -c "$scratch/all.cpp" -o "$scratch/all.o"
 # Mangled names: members and free functions of namespace zor, const or not.
 zor_functions() { grep -E '^_ZN(K)?3zor' | sort -u; }

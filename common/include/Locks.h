@@ -104,7 +104,7 @@ public:
     /// Locks m, which must outlive this object.
     ZOR_INLINE explicit ScopedLock(Mutex& m) : m_mutex(m) { m_mutex.Lock(); }
     /// Unlocks the mutex. noexcept: an unlock failure here ends the process by design.
-    ZOR_INLINE ~ScopedLock() { m_mutex.Unlock(); }  // NOLINT(bugprone-exception-escape): by design
+    ZOR_INLINE ~ScopedLock() { m_mutex.Unlock(); }      // NOLINT(bugprone-exception-escape): by design
     ScopedLock(const ScopedLock&) = delete;             ///< Not copyable.
     ScopedLock& operator=(const ScopedLock&) = delete;  ///< Not copyable.
 

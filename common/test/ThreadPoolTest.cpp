@@ -25,16 +25,6 @@ int threadCount() {
     return count - 2;  // "." and ".."
 }
 
-// Polls cond every 5 ms; the bound is generous because a loaded machine stalls threads for long.
-bool waitUntil(const std::function<bool()>& cond, int seconds = 30) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        zor::SysUtils::DelayMseconds(5);
-    }
-    return true;
-}
-
 // Runs fn on a worker; the pool deletes it afterwards unless kept is set.
 class FnJob : public zor::CJob {
 public:
@@ -94,13 +84,13 @@ TEST_F(ThreadPoolTest, GrowsBelowLowWaterMarkAndTrimsIdleSurplusBackToInitialSiz
 
     pool()->SetHighIdleThreadNum(100);  // no trimming while the idle count climbs
     for (int i = 0; i < 6; ++i) gate.Signal();
-    ASSERT_TRUE(
-        waitUntil([] { return pool()->GetIdleThreadNum() == 15 && pool()->GetBusyThreadNum() == 2; }));
+    ASSERT_TRUE(zortest::waitUntil(
+        [] { return pool()->GetIdleThreadNum() == 15 && pool()->GetBusyThreadNum() == 2; }));
     pool()->SetHighIdleThreadNum(12);
-    ASSERT_TRUE(waitUntil([] { return pool()->GetAllThreadNum() == 12; }));
+    ASSERT_TRUE(zortest::waitUntil([] { return pool()->GetAllThreadNum() == 12; }));
     EXPECT_EQ(10U, pool()->GetIdleThreadNum());  // 15 - (15 - 10)
     for (int i = 0; i < 2; ++i) gate.Signal();
-    EXPECT_TRUE(waitUntil([] { return pool()->GetBusyThreadNum() == 0; }));
+    EXPECT_TRUE(zortest::waitUntil([] { return pool()->GetBusyThreadNum() == 0; }));
 }
 
 TEST_F(ThreadPoolTest, QueuedJobsRunInArrivalOrderAndKeptJobsAreNotDeleted) {
@@ -119,10 +109,10 @@ TEST_F(ThreadPoolTest, QueuedJobsRunInArrivalOrderAndKeptJobsAreNotDeleted) {
     }
     EXPECT_EQ(0U, pool()->GetIdleThreadNum());
     gate.Signal();
-    EXPECT_TRUE(waitUntil([&] { return next == 20 && pool()->GetBusyThreadNum() == 0; }));
+    EXPECT_TRUE(zortest::waitUntil([&] { return next == 20 && pool()->GetBusyThreadNum() == 0; }));
     std::atomic<int> freed(0);
     for (int i = 0; i < 50; ++i) pool()->PushJob(new SelfFreeingJob(freed));
-    EXPECT_TRUE(waitUntil([&] { return freed == 50 && pool()->GetBusyThreadNum() == 0; }));
+    EXPECT_TRUE(zortest::waitUntil([&] { return freed == 50 && pool()->GetBusyThreadNum() == 0; }));
 }
 
 TEST_F(ThreadPoolTest, HundredThousandJobsFromFourThreadsEachRunExactlyOnce) {
@@ -142,7 +132,7 @@ TEST_F(ThreadPoolTest, HundredThousandJobsFromFourThreadsEachRunExactlyOnce) {
         });
     }
     for (std::thread& t : producers) t.join();
-    ASSERT_TRUE(waitUntil([&] { return total.load() == PRODUCERS * PER_PRODUCER; }, 300));
+    ASSERT_TRUE(zortest::waitUntil([&] { return total.load() == PRODUCERS * PER_PRODUCER; }, 300000));
     int wrong = 0;
     for (int i = 0; i < PRODUCERS * PER_PRODUCER; ++i) wrong += runs[i].load() != 1;
     EXPECT_EQ(0, wrong);
@@ -173,7 +163,9 @@ TEST_F(ThreadPoolTest, DeleteInstanceFinishesRunningJobsAndLeavesNoThread) {
     pool()->PushJob(&orphan);
     zor::CThreadPool::DeleteInstance();
     EXPECT_FALSE(ran);
-    EXPECT_EQ(before, threadCount());
+    // A joined thread leaves /proc a moment after pthread_join returns, later still on a loaded machine.
+    EXPECT_TRUE(zortest::waitUntil([before] { return threadCount() == before; }))
+        << threadCount() << " threads";
 }
 
 TEST_F(ThreadPoolTest, NullJobEndsTheProcessWithTheAssertion) {
