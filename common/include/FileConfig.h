@@ -69,7 +69,7 @@ public:
     /// file or the whole new one; a crash may leave the "_tmp" file behind, which the next SetValue()
     /// overwrites. A key that is not in the file is never added: E_FAILED, the file is untouched and no
     /// "_tmp" file is left. Checks come in this order: read-only (E_UNSUPPORT), then empty key or value,
-    /// or a key or value holding a line break ('\n' or '\r', which would put a line of its own into the
+    /// or a key or value holding a line break (`\n` or `\r`, which would put a line of its own into the
     /// file) (E_INVPARAM). A failed write or sync of the temporary file, or a value holding a NUL byte,
     /// also gives E_FAILED and leaves the file as it was. Afterwards the file is reopened for reading and
     /// writing and positioned at the offset just after the replaced piece as it was in the old file, so when
