@@ -155,6 +155,11 @@ bool descriptorsFull(pid_t pid, int limit) {
 }
 
 TEST(EchoServerOutOfDescriptors, TheAcceptorIdlesInsteadOfSpinningAndServesAgainOnceDescriptorsFree) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // UndefinedBehaviorSanitizer's type check, for one, opens a pipe to probe memory and reports a bad
+    // object when it cannot.
+    GTEST_SKIP() << "the sanitizer runtimes open descriptors of their own and misreport when none is left";
+#endif
     // Room for the server's own four descriptors (listener, epoll, eventfd, timer) and a few connections.
     const int limit = lowestFreeDescriptor() + 4 + CHILD_CONNECTIONS;
     ZR_Uint16 port = 0;
