@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +19,7 @@
 
 using zor::ExecPath;
 using zor::path_inner::Printer;
+using zortest::exitStatusOf;
 namespace fs = std::filesystem;
 
 namespace {
@@ -45,21 +45,6 @@ bool isLine(const std::string& line, const std::string& tag, const std::string& 
     const std::string quoted = std::regex_replace(message, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
     return std::regex_match(line,
                             std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )" + tag + " " + quoted));
-}
-
-// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
-// the alarm that bounds a child that hangs).
-template <typename Check>
-int exitStatusOf(Check check) {
-    const pid_t child = fork();
-    if (child < 0) return -1;
-    if (child == 0) {
-        alarm(60);
-        _exit(check());
-    }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
 }
 
 mode_t modeOf(const std::string& path) {
@@ -105,7 +90,7 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    int Swaps() const { return m_swaps; }
+    std::atomic<int> m_swaps{0};
 
 private:
     void run() {
@@ -129,15 +114,8 @@ private:
 
     const std::string m_dir, m_trigger, m_parking, m_target;
     std::atomic<bool> m_stop{false};
-    std::atomic<int> m_swaps{0};
     std::thread m_thread;
 };
-
-// The first name readdir gives in dir, so the entry a walk of dir removes first.
-std::string firstEntry(const std::string& dir) {
-    for (const auto& entry : fs::directory_iterator(dir)) return entry.path().filename().string();
-    return "";
-}
 
 TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk) {
     const auto fill = [&](const std::string& dir, const char* content) {
@@ -153,13 +131,14 @@ TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk)
         fs::create_directories(at("t/sub/deeper"));
         fill("t/sub", "mine");
         {
-            LinkSwapper attacker(at("t/sub"), at("t/sub/" + firstEntry(at("t/sub"))), at("parking"),
-                                 at("outside"));
+            // The first name readdir gives is the entry the walk removes first.
+            const fs::path first = fs::directory_iterator(at("t/sub"))->path();
+            LinkSwapper attacker(at("t/sub"), first.string(), at("parking"), at("outside"));
             ExecPath tree(at("t"));
             if (round % 3 == 0) tree.Remove(1);
             if (round % 3 == 1) tree.ClearDir(0);
             if (round % 3 == 2) tree.Move(at("dest"));
-            swaps += attacker.Swaps();
+            swaps += attacker.m_swaps;
         }
         if (snapshot(at("outside")) != outside) {
             ++damaged;
@@ -218,13 +197,9 @@ TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
 
 TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
     zor::Path::SetOutput(1);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 200; ++i) Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    zortest::onThreads(4, [](int t) {
+        for (int i = 0; i < 200; ++i) Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
+    });
     const std::vector<std::string> lines = journalLines();
     ASSERT_EQ(801u, lines.size());
     const std::regex whole(R"(\S+ \[\d+\] RENAME \[\d\] \[\d+\] => \[x\])");

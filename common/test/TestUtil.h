@@ -1,16 +1,18 @@
 // TestUtil.h
 //
 // Helpers shared by the test programs: the message of a thrown runtime error, a bounded wait for a
-// condition, a scratch directory that a test works in, and the number of open descriptors of the process
-// (for leak checks).
+// condition, threads and child processes that run a check, a scratch directory that a test works in,
+// and the number of open descriptors of the process (for leak checks).
 #ifndef ZOR_TEST_TESTUTIL_H_
 #define ZOR_TEST_TESTUTIL_H_
 
 #include <dirent.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -43,6 +45,41 @@ bool waitUntil(Pred pred, int timeoutMs = 30000) {
     }
     return true;
 }
+
+using Clock = std::chrono::steady_clock;
+
+inline long elapsedMs(Clock::time_point since) {
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count());
+}
+
+// Runs fn(0) to fn(count - 1), each on a thread of its own, all at once, and waits for every one.
+template <typename Fn>
+void onThreads(int count, Fn fn) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t) threads.emplace_back(fn, t);
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
+// the alarm that bounds a child that hangs). Checks that change the whole process, such as its
+// descriptor limit, its user or its namespaces, run this way and return the number of the first
+// check that failed, or 0.
+template <typename Check>
+int exitStatusOf(Check check) {
+    const pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        alarm(60);
+        _exit(check());
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+// The bytes of a text, as the operations on raw buffers take them.
+inline const uint8_t* bytes(const std::string& text) { return reinterpret_cast<const uint8_t*>(text.data()); }
 
 // Number of descriptors the process has open right now.
 inline int openDescriptorCount() {

@@ -120,18 +120,14 @@ TEST_F(ThreadPoolTest, HundredThousandJobsFromFourThreadsEachRunExactlyOnce) {
     pool()->Initialize();
     std::unique_ptr<std::atomic<int>[]> runs(new std::atomic<int>[PRODUCERS * PER_PRODUCER]());
     std::atomic<int> total(0);
-    std::vector<std::thread> producers;
-    for (int p = 0; p < PRODUCERS; ++p) {
-        producers.emplace_back([&, p] {
-            for (int i = p * PER_PRODUCER; i < (p + 1) * PER_PRODUCER; ++i) {
-                pool()->PushJob(new FnJob([&, i] {
-                    runs[i].fetch_add(1);
-                    total.fetch_add(1);
-                }));
-            }
-        });
-    }
-    for (std::thread& t : producers) t.join();
+    zortest::onThreads(PRODUCERS, [&](int p) {
+        for (int i = p * PER_PRODUCER; i < (p + 1) * PER_PRODUCER; ++i) {
+            pool()->PushJob(new FnJob([&, i] {
+                runs[i].fetch_add(1);
+                total.fetch_add(1);
+            }));
+        }
+    });
     ASSERT_TRUE(zortest::waitUntil([&] { return total.load() == PRODUCERS * PER_PRODUCER; }, 300000));
     int wrong = 0;
     for (int i = 0; i < PRODUCERS * PER_PRODUCER; ++i) wrong += runs[i].load() != 1;
