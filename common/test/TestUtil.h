@@ -81,16 +81,20 @@ int exitStatusOf(Check check) {
 // The bytes of a text, as the operations on raw buffers take them.
 inline const uint8_t* bytes(const std::string& text) { return reinterpret_cast<const uint8_t*>(text.data()); }
 
-// Number of descriptors the process has open right now.
-inline int openDescriptorCount() {
+// Number of entries in a directory, without "." and "..": under /proc/self, what the process holds.
+inline int entryCount(const char* dir) {
     int count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) ++count;
-        closedir(dir);
-        count -= 3;  // ".", ".." and the descriptor of the listing itself
+    if (DIR* listing = opendir(dir)) {
+        while (readdir(listing) != nullptr) ++count;
+        closedir(listing);
     }
-    return count;
+    return count - 2;
 }
+
+// Descriptors and threads the process has right now, for leak checks. The listing's own descriptor
+// does not count.
+inline int openDescriptorCount() { return entryCount("/proc/self/fd") - 1; }
+inline int threadCount() { return entryCount("/proc/self/task"); }
 
 // A fresh directory under /tmp, removed with everything in it when the object goes.
 class ScratchDir {
