@@ -13,7 +13,6 @@
 #include <cstring>
 #include <future>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <vector>
 

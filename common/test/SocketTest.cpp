@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "ErrorCode.h"
 #include "MulticastSocket.h"
@@ -171,35 +169,29 @@ TEST(SocketOptions, SettingsReachTheDescriptorAndFailWithoutOne) {
     EXPECT_EQ(-1, tcp.SelectForWrite(0));
 }
 
-TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
-    zor::TCPServer server(2);
-    zor::TCPSocket client(1);
-    SockAddress peer;
+TEST(TCPLoopback, EchoOverIPv4AndUnixDomainWithAddressesBothEndsAgreeOn) {
+    zortest::ScratchDir dir;
+    zor::TCPServer server(2), unixServer(5);
+    zor::TCPSocket client(1), unixClient(4);
+    SockAddress peer, unixPeer;
     std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress("127.0.0.1", 0), peer);
-    ASSERT_NE(nullptr, conn);
+    std::unique_ptr<zor::TCPSocket> unixConn =
+        connectPair(unixServer, unixClient, SockAddress(dir / "srv"), unixPeer);
+    ASSERT_TRUE(conn != nullptr && unixConn != nullptr);
     EXPECT_EQ(client.LocalAddress(), peer);
     EXPECT_EQ(client.LocalAddress(), conn->PeerAddress());
     EXPECT_EQ(conn->LocalAddress(), client.PeerAddress());
+    EXPECT_EQ(1u, unixConn->Type());  // a Unix-domain server accepts a type-one socket
+    EXPECT_EQ(zor::AF_UN, unixPeer.Family());
+    EXPECT_EQ(dir / "srv", unixClient.PeerAddress().ToString());
+    EXPECT_EQ(dir / "srv", unixConn->LocalAddress().ToString());
     expectEcho(client, *conn);
+    expectEcho(*unixConn, unixClient);
 
     EXPECT_EQ(1, client.SelectForWrite(WAIT_US));
     EXPECT_EQ(1, client.SendUrgent('!'));
     client.Close();
     EXPECT_EQ("", receive(*conn, 1));  // end of stream; the urgent byte is out of band
-}
-
-TEST(TCPLoopback, EchoOverUnixDomainAcceptsATypeOneSocket) {
-    zortest::ScratchDir dir;
-    zor::TCPServer server(5);
-    zor::TCPSocket client(4);
-    SockAddress peer;
-    std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress(dir / "srv"), peer);
-    ASSERT_NE(nullptr, conn);
-    EXPECT_EQ(1u, conn->Type());
-    EXPECT_EQ(zor::AF_UN, peer.Family());
-    EXPECT_EQ(dir / "srv", client.PeerAddress().ToString());
-    EXPECT_EQ(dir / "srv", conn->LocalAddress().ToString());
-    expectEcho(*conn, client);
 }
 
 TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
@@ -261,8 +253,10 @@ TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
     EXPECT_EQ(&sock, exceptList[0]);
 }
 
+// Over IPv4 and over Unix-domain paths; binding to a path switches an IPv4 socket's type.
 TEST(UDPLoopback, RepliesGoToTheLastSender) {
-    zor::UDPSocket server(0), first(0), second(0);
+    zortest::ScratchDir dir;
+    zor::UDPSocket server(0), first(0), second(0), a(3), b(3);
     ASSERT_EQ(0, server.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ("0.0.0.0:0", server.PeerAddress().ToString());
     ASSERT_EQ(0, first.Bind(SockAddress("127.0.0.1", 0)));  // an unbound sender would report 0.0.0.0
@@ -275,14 +269,10 @@ TEST(UDPLoopback, RepliesGoToTheLastSender) {
         ASSERT_EQ(3, server.SendBytes(bytes("ack"), 3));
         EXPECT_EQ("ack", receive(*client, 3));
     }
-}
 
-TEST(UDPLoopback, UnixDatagramsReplyByPathAndBindSwitchesTheType) {
-    zortest::ScratchDir dir;
-    zor::UDPSocket inet(0), a(3), b(3);
+    zor::UDPSocket inet(0);
     EXPECT_EQ(-1, inet.Bind(SockAddress(dir / "wrong")));
     EXPECT_EQ(3u, inet.Type());  // switched although the IPv4 socket cannot take the path
-
     ASSERT_EQ(0, a.Bind(SockAddress(dir / "a")));
     ASSERT_EQ(0, b.Bind(SockAddress(dir / "b")));
     ASSERT_EQ(4, a.SendBytes(bytes("ping"), 4, SockAddress(dir / "b")));
