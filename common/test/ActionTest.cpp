@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include "Logger.h"
-#include "SysUtils.h"
 #include "TestUtil.h"
 
 namespace {
@@ -230,22 +230,18 @@ TEST_F(ActionMgrTest, ANewManagerRunsDueActionsOnItsOwnThread) {
     std::vector<std::string> runs;
     Action* a = make("tick", runs);
     m_mgr->NewAction(a, 200);
-    for (int i = 0; i < 1000 && a->GetState() != Action::STATE_NOTSCHEDULED; ++i) {
-        zor::SysUtils::DelayMseconds(10);
-    }
+    zortest::waitUntil([&] { return a->GetState() == Action::STATE_NOTSCHEDULED; });
     m_mgr->StopAndWait();  // the callback is over once the thread is joined
     EXPECT_EQ(1U, runs.size());
 }
 
 // Eight threads schedule, re-time and delete while the manager polls every 10 ms and callbacks
 // reschedule themselves: every action runs, and none is freed while its callback runs.
-TEST(ActionMgrLoad, EightThreadsScheduleRetimeAndDeleteTenThousandActions) {
-    zortest::ScratchDir dir;
-    zor::Logger::Instance()->Initialize("Test", dir / "load.log", 64, 1000000, 5, 0, 1);
-    ActionMgr* mgr = ActionMgr::Instance();
-    mgr->StopAndWait();
-    mgr->SetResolution(10);
-    mgr->Start();
+using ActionMgrLoad = ActionMgrTest;
+
+TEST_F(ActionMgrLoad, EightThreadsScheduleRetimeAndDeleteTenThousandActions) {
+    m_mgr->SetResolution(10);
+    m_mgr->Start();
 
     struct Slot {
         std::atomic<int> runs{0};
@@ -260,40 +256,25 @@ TEST(ActionMgrLoad, EightThreadsScheduleRetimeAndDeleteTenThousandActions) {
         if (slot->rescheduleLeft.fetch_sub(1) > 0) ActionMgr::Instance()->Schedule(slot->action);
         return 0;
     };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([&, t] {
-            std::mt19937 rng(t);
-            for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
-                slots[i].action = new Action("load" + std::to_string(i));
-                slots[i].action->SetProcessor(callback, &slots[i]);
-                mgr->NewAction(slots[i].action, rng() % 200);
-                if (i % 3 == 0) mgr->ModActionTime(slots[i].action, rng() % 100);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    threads.clear();
-    auto allRan = [&] {
-        for (const Slot& slot : slots) {
-            if (slot.runs == 0) return false;
+    zortest::onThreads(THREADS, [&](int t) {
+        std::mt19937 rng(t);
+        for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
+            slots[i].action = new Action("load" + std::to_string(i));
+            slots[i].action->SetProcessor(callback, &slots[i]);
+            m_mgr->NewAction(slots[i].action, rng() % 200);
+            if (i % 3 == 0) m_mgr->ModActionTime(slots[i].action, rng() % 100);
         }
-        return true;
-    };
-    for (int i = 0; i < 6000 && !allRan(); ++i) zor::SysUtils::DelayMseconds(10);
-    EXPECT_TRUE(allRan());
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
-                mgr->NewAction(slots[i].action, 0);  // some are still running or rescheduling
-                mgr->DeleteAction(slots[i].action);
-                delete slots[i].action;  // waits for a callback that is running
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    ActionMgr::DestroyInstance();
-    zor::Logger::DestroyInstance();
+    });
+    EXPECT_TRUE(zortest::waitUntil(
+        [&] { return std::all_of(slots.begin(), slots.end(), [](const Slot& s) { return s.runs > 0; }); },
+        60000));
+    zortest::onThreads(THREADS, [&](int t) {
+        for (int i = t * PER_THREAD; i < (t + 1) * PER_THREAD; ++i) {
+            m_mgr->NewAction(slots[i].action, 0);  // some are still running or rescheduling
+            m_mgr->DeleteAction(slots[i].action);
+            delete slots[i].action;  // waits for a callback that is running
+        }
+    });
 }
 
 }  // namespace

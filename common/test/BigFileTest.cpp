@@ -9,9 +9,7 @@
 using zor::BigFile;
 using zor::File;
 
-namespace {
-const ZR_BYTE* bytes(const char* text) { return reinterpret_cast<const ZR_BYTE*>(text); }
-}  // namespace
+using zortest::bytes;
 
 TEST(BigFile, ReadsAndWritesBeyondFourGiBInASparseFile) {
     zortest::ScratchDir dir;

@@ -37,17 +37,10 @@ TEST_F(FileConfigTest, KeysAndValuesAreFirstWordsAroundTheFirstEquals) {
     FileConfig config(path, 1);
     EXPECT_EQ("<code -1>", get(config, "a"));  // not initialised: nothing is found
     ASSERT_EQ(0, config.Initialize());
-    EXPECT_EQ("1", get(config, "a"));
-    EXPECT_EQ("2", get(config, "b"));
-    EXPECT_EQ("2", get(config, "#c"));
-    EXPECT_EQ("hello", get(config, "name"));
-    EXPECT_EQ("hello", get(config, "x"));
-    EXPECT_EQ("e", get(config, "e"));
-    EXPECT_EQ("3", get(config, "log"));
-    EXPECT_EQ("v", get(config, "k"));
-    EXPECT_EQ("final", get(config, "last"));
-    EXPECT_EQ("<code -1>", get(config, "c"));
-    EXPECT_EQ("<code -1>", get(config, "level"));
+    const char* const found[][2] = {{"a", "1"}, {"b", "2"},   {"#c", "2"}, {"name", "hello"}, {"x", "hello"},
+                                    {"e", "e"}, {"log", "3"}, {"k", "v"},  {"last", "final"}};
+    for (const auto& row : found) EXPECT_EQ(row[1], get(config, row[0])) << row[0];
+    for (const char* key : {"c", "level"}) EXPECT_EQ("<code -1>", get(config, key)) << key;
     EXPECT_EQ("<code -4098>", get(config, ""));
     EXPECT_EQ(-1, FileConfig(dir / "missing", 1).Initialize());
     EXPECT_EQ(zor::E_FAILED, FileConfig(dir / "no/such/dir", 0).Initialize());
@@ -121,47 +114,37 @@ TEST_F(FileConfigTest, LongLinesAndNulBytesArePiecesAndSurviveRewrites) {
 class Rewriter {
 public:
     Rewriter(const std::string& path, const std::string& key) {
-        int fds[2];
-        if (pipe(fds) != 0) throw std::runtime_error("pipe failed");
-        m_pid = fork();
-        if (m_pid < 0) {
-            close(fds[0]);
-            close(fds[1]);
-            throw std::runtime_error("fork failed");
-        }
+        if (pipe(m_ready) != 0 || (m_pid = fork()) < 0) throw std::runtime_error("cannot start a writer");
         if (m_pid == 0) {
             FileConfig config(path, 0);
             const bool ready = config.Initialize() == zor::E_OK;
-            (void)!write(fds[1], ready ? "1" : "0", 1);
+            (void)!write(m_ready[1], ready ? "1" : "0", 1);
             for (unsigned turn = 0; ready; ++turn) config.SetValue(key, turn % 2 ? "one" : "two");
             _exit(1);
         }
-        close(fds[1]);
-        m_ready = fds[0];
     }
     ~Rewriter() {
         Kill();
-        close(m_ready);
+        close(m_ready[0]);
+        close(m_ready[1]);
     }
     Rewriter(const Rewriter&) = delete;
     Rewriter& operator=(const Rewriter&) = delete;
 
     // True once the writer has opened the file; false if it could not, or did not say within 30 s.
     bool WaitReady() {
-        pollfd ready = {m_ready, POLLIN, 0};
+        pollfd ready = {m_ready[0], POLLIN, 0};
         char answer = '0';
-        return poll(&ready, 1, 30000) == 1 && read(m_ready, &answer, 1) == 1 && answer == '1';
+        return poll(&ready, 1, 30000) == 1 && read(m_ready[0], &answer, 1) == 1 && answer == '1';
     }
     void Kill() {
-        if (m_pid <= 0) return;
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
+        if (m_pid > 0 && kill(m_pid, SIGKILL) == 0) waitpid(m_pid, nullptr, 0);
         m_pid = 0;
     }
 
 private:
-    pid_t m_pid;
-    int m_ready;
+    int m_ready[2] = {-1, -1};
+    pid_t m_pid = 0;
 };
 
 TEST_F(FileConfigTest, AWriterKilledAtAnyStepLeavesTheOldOrTheNewFile) {

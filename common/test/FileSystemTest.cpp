@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +19,7 @@
 
 using zor::ExecPath;
 using zor::path_inner::Printer;
+using zortest::exitStatusOf;
 namespace fs = std::filesystem;
 
 namespace {
@@ -45,21 +45,6 @@ bool isLine(const std::string& line, const std::string& tag, const std::string& 
     const std::string quoted = std::regex_replace(message, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
     return std::regex_match(line,
                             std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d \[\d+\] )" + tag + " " + quoted));
-}
-
-// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
-// the alarm that bounds a child that hangs).
-template <typename Check>
-int exitStatusOf(Check check) {
-    const pid_t child = fork();
-    if (child < 0) return -1;
-    if (child == 0) {
-        alarm(60);
-        _exit(check());
-    }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
 }
 
 mode_t modeOf(const std::string& path) {
@@ -105,7 +90,7 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    int Swaps() const { return m_swaps; }
+    std::atomic<int> m_swaps{0};
 
 private:
     void run() {
@@ -129,15 +114,8 @@ private:
 
     const std::string m_dir, m_trigger, m_parking, m_target;
     std::atomic<bool> m_stop{false};
-    std::atomic<int> m_swaps{0};
     std::thread m_thread;
 };
-
-// The first name readdir gives in dir, so the entry a walk of dir removes first.
-std::string firstEntry(const std::string& dir) {
-    for (const auto& entry : fs::directory_iterator(dir)) return entry.path().filename().string();
-    return "";
-}
 
 TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk) {
     const auto fill = [&](const std::string& dir, const char* content) {
@@ -153,13 +131,14 @@ TEST_F(FileSystemTest, RemoveClearAndMoveNeverFollowALinkSwappedInDuringTheWalk)
         fs::create_directories(at("t/sub/deeper"));
         fill("t/sub", "mine");
         {
-            LinkSwapper attacker(at("t/sub"), at("t/sub/" + firstEntry(at("t/sub"))), at("parking"),
-                                 at("outside"));
+            // The first name readdir gives is the entry the walk removes first.
+            const fs::path first = fs::directory_iterator(at("t/sub"))->path();
+            LinkSwapper attacker(at("t/sub"), first.string(), at("parking"), at("outside"));
             ExecPath tree(at("t"));
             if (round % 3 == 0) tree.Remove(1);
             if (round % 3 == 1) tree.ClearDir(0);
             if (round % 3 == 2) tree.Move(at("dest"));
-            swaps += attacker.Swaps();
+            swaps += attacker.m_swaps;
         }
         if (snapshot(at("outside")) != outside) {
             ++damaged;
@@ -193,7 +172,7 @@ TEST_F(FileSystemTest, WalksStopWhereDescriptorsRunOutAndLeakNone) {
     EXPECT_EQ(0, status) << "failed check number " << status;
 }
 
-TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
+TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnThenFixedAndLinesFromManyThreadsStayWhole) {
     ASSERT_EQ(0, ExecPath(at("quiet")).CreateDir());
     EXPECT_FALSE(fs::exists(journalName()));
     zor::Path::SetOutput(1);
@@ -211,24 +190,14 @@ TEST_F(FileSystemTest, JournalIsOffUntilSwitchedOnAndThenFixed) {
     printer->Dispose();  // closed: lines are dropped until the next Initialize
     printer->PrintRemove("[%d] [%s]", 0, "dropped");
     zor::Path::SetOutput(1);
+    zortest::onThreads(4, [](int t) {
+        for (int i = 0; i < 200; ++i) Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
+    });
     lines = journalLines();
-    ASSERT_EQ(4u, lines.size());
+    ASSERT_EQ(804u, lines.size());
     EXPECT_EQ(lines[0], lines[3]);
-}
-
-TEST_F(FileSystemTest, JournalLinesFromManyThreadsStayWhole) {
-    zor::Path::SetOutput(1);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 200; ++i) Printer::Instance()->PrintRename("[%d] [%d] => [%s]", t, i, "x");
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    const std::vector<std::string> lines = journalLines();
-    ASSERT_EQ(801u, lines.size());
     const std::regex whole(R"(\S+ \[\d+\] RENAME \[\d\] \[\d+\] => \[x\])");
-    for (size_t i = 1; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], whole)) << lines[i];
+    for (size_t i = 4; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], whole)) << lines[i];
 }
 
 // The journal's name is easy to guess, so another user may plant something there first. Each plant
@@ -321,9 +290,10 @@ TEST_F(FileSystemTest, OrdinaryUserStopsAfterTheFirstLevelAndCannotListUnreadabl
     EXPECT_EQ(0, status) << "failed check number " << status;
 }
 
-TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
-    makeTree(at("t"));
-    makeTree(at("c"));
+TEST_F(FileSystemTest, RemoveClearAndMoveTakeLinksAlongButNeverWhatTheyPointAtNorIntoThemselves) {
+    for (const char* root : {"t", "c", "m"}) makeTree(at(root));
+    fs::create_directories(at("dest"));
+    const auto tree = snapshot(at("m"));
     const auto outside = snapshot(at("outside"));
     zor::Path::SetOutput(1);
     EXPECT_EQ(-1, ExecPath(at("t")).Remove(0));  // not empty
@@ -340,33 +310,26 @@ TEST_F(FileSystemTest, RemoveAndClearDirDeleteLinksButNeverWhatTheyPointAt) {
     EXPECT_TRUE(fs::is_directory(at("c")));
     EXPECT_EQ(zor::E_FS_ISNOT_DIR, ExecPath(at("outside/keep")).ClearDir(0));
     EXPECT_EQ(outside, snapshot(at("outside")));
-}
 
-TEST_F(FileSystemTest, MoveCarriesTheTreeAndItsLinksButNeverIntoItselfOrThroughALink) {
-    makeTree(at("t"));
-    fs::create_directories(at("dest"));
-    const auto tree = snapshot(at("t"));
-    const auto outside = snapshot(at("outside"));
-    ExecPath moved(at("t"));
-    EXPECT_EQ(-1, moved.Move(at("t/sub")));
+    ExecPath moved(at("m"));
+    EXPECT_EQ(-1, moved.Move(at("m/sub")));
     EXPECT_EQ(EINVAL, errno);
-    fs::create_symlink(at("t/sub"), at("into"));
+    fs::create_symlink(at("m/sub"), at("into"));
     EXPECT_EQ(-1, moved.Move(at("into")));  // below itself through a link
-    EXPECT_EQ(tree, snapshot(at("t")));
-
-    fs::create_directories(at("dest/t"));
-    fs::create_symlink(at("outside"), at("dest/t/sub"));  // planted where a directory is to be made
+    EXPECT_EQ(tree, snapshot(at("m")));
+    fs::create_directories(at("dest/m"));
+    fs::create_symlink(at("outside"), at("dest/m/sub"));  // planted where a directory is to be made
     EXPECT_EQ(-1, moved.Move(at("dest")));
     EXPECT_EQ(outside, snapshot(at("outside")));
-    EXPECT_EQ("two", zortest::readFile(at("t/sub/g")));  // kept, as it could not be moved
-    fs::remove(at("dest/t/sub"));
+    EXPECT_EQ("two", zortest::readFile(at("m/sub/g")));  // kept, as it could not be moved
+    fs::remove(at("dest/m/sub"));
     ASSERT_EQ(0, moved.Move(at("dest")));
-    EXPECT_EQ(at("dest/t"), moved.ToString());
-    EXPECT_FALSE(fs::exists(at("t")));
-    EXPECT_EQ(tree, snapshot(at("dest/t")));
+    EXPECT_EQ(at("dest/m"), moved.ToString());
+    EXPECT_FALSE(fs::exists(at("m")));
+    EXPECT_EQ(tree, snapshot(at("dest/m")));
     EXPECT_EQ(outside, snapshot(at("outside")));
 
-    ExecPath file(at("dest/t/f"));
+    ExecPath file(at("dest/m/f"));
     ASSERT_EQ(0, file.Move(at("")));
     EXPECT_EQ(at("f"), file.ToString());
     EXPECT_EQ("one", zortest::readFile(at("f")));

@@ -11,11 +11,10 @@
 using zor::File;
 using zor::PrimeFile;
 using zor::StreamFile;
+using zortest::bytes;
 using zortest::readFile;
 
 namespace {
-
-const ZR_BYTE* bytes(const char* text) { return reinterpret_cast<const ZR_BYTE*>(text); }
 
 // Opens `path` with `mode`, writes "xy" and closes; returns the file's content afterwards.
 template <typename Kind>

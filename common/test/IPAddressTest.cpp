@@ -31,16 +31,13 @@ std::string classes(const IPAddress& a) {
 
 }  // namespace
 
-TEST(IPAddressConstruct, BadInputThrowsItsOwnMessage) {
+TEST(IPAddressConstruct, TextIsParsedAsIPv4FirstThenIPv6WithTheScopeRuleAndBadInputThrowsItsOwnMessage) {
     const unsigned char raw[16] = {};
     EXPECT_EQ("Invalid address format!", thrownMessage([] { IPAddress a("", 0); }));
     EXPECT_EQ("Invalid address format!", thrownMessage([] { IPAddress a("300.1.1.1", 0); }));
     EXPECT_EQ("Invalid address family!", thrownMessage([] { IPAddress a(3u); }));
     EXPECT_EQ("Invalid address size!", thrownMessage([&] { IPAddress a(raw, 8u); }));
     EXPECT_EQ("Invalid address size!", thrownMessage([&] { IPAddress a(raw, 4u, 2u); }));
-}
-
-TEST(IPAddressConstruct, TextIsParsedAsIPv4FirstThenIPv6WithTheScopeRule) {
     EXPECT_EQ("127.0.0.1", IPAddress("127.1", 0).ToString());
     EXPECT_EQ("127.0.0.1", IPAddress("0x7f.1", 0).ToString());
     EXPECT_EQ(zor::AF_V6, IPAddress("::1", 0).Family());
@@ -107,21 +104,15 @@ TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
 }
 
 TEST(IPAddressClassify, EachFamilyFollowsItsTable) {
-    EXPECT_EQ("L---U", classes(IPAddress("127.255.0.1", 0)));
-    EXPECT_EQ("----U", classes(IPAddress("192.168.1.10", 0)));
-    EXPECT_EQ("-M---", classes(IPAddress("224.0.0.1", 0)));
-    EXPECT_EQ("-M---", classes(IPAddress("239.1.1.1", 0)));
-    EXPECT_EQ("----U", classes(IPAddress("240.0.0.1", 0)));
-    EXPECT_EQ("--B--", classes(IPAddress("255.255.255.255", 0)));
+    const char* const texts[][2] = {
+        {"127.255.0.1", "L---U"}, {"192.168.1.10", "----U"}, {"224.0.0.1", "-M---"},
+        {"239.1.1.1", "-M---"},   {"240.0.0.1", "----U"},    {"255.255.255.255", "--B--"},
+        {"::1", "L---U"},         {"::2", "----U"},          {"ff10::1", "-M---"},
+        {"ff02::1", "-M---"},     {"ff20::1", "----U"},      {"2001:db8::1", "----U"}};
+    for (const auto& row : texts) EXPECT_EQ(row[1], classes(IPAddress(row[0], 0))) << row[0];
     EXPECT_EQ("---W-", classes(IPAddress()));
     EXPECT_EQ("---W-", classes(IPAddress(0u)));
-    EXPECT_EQ("L---U", classes(IPAddress("::1", 0)));
-    EXPECT_EQ("----U", classes(IPAddress("::2", 0)));
-    EXPECT_EQ("-M---", classes(IPAddress("ff10::1", 0)));
-    EXPECT_EQ("-M---", classes(IPAddress("ff02::1", 0)));
-    EXPECT_EQ("----U", classes(IPAddress("ff20::1", 0)));
     EXPECT_EQ("---W-", classes(IPAddress(1u)));
-    EXPECT_EQ("----U", classes(IPAddress("2001:db8::1", 0)));
     EXPECT_EQ("-----", classes(IPAddress("/x", 1)));
 }
 

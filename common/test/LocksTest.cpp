@@ -13,11 +13,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long elapsedMs(Clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
-}
+using zortest::Clock;
+using zortest::elapsedMs;
 
 // Runs fn on another thread and returns its result; TryLock from a second thread sees ownership.
 template <typename Fn>
@@ -25,18 +22,23 @@ auto onOtherThread(Fn fn) {
     return std::async(std::launch::async, fn).get();
 }
 
+// Whether another thread can take the mutex; it lets go again at once.
+bool freeForOthers(zor::Mutex& mutex) {
+    return onOtherThread([&] {
+               const ZR_BOOL taken = mutex.TryLock();
+               if (taken) mutex.Unlock();
+               return taken;
+           }) == 1;
+}
+
 TEST(MutexKind, ZeroMakesRecursiveAndNonZeroMakesNormal) {
     zor::Mutex recursive(0);
     recursive.Lock();
     EXPECT_EQ(1, recursive.TryLock());  // the owner may lock again
     recursive.Unlock();
-    EXPECT_EQ(0, onOtherThread([&] { return recursive.TryLock(); }));  // still held once
+    EXPECT_FALSE(freeForOthers(recursive));  // still held once
     recursive.Unlock();
-    EXPECT_EQ(1, onOtherThread([&] {
-                  const ZR_BOOL taken = recursive.TryLock();
-                  if (taken) recursive.Unlock();
-                  return taken;
-              }));
+    EXPECT_TRUE(freeForOthers(recursive));
 
     zor::Mutex normal(1);
     normal.Lock();
@@ -96,7 +98,7 @@ TEST(MutexSymbols, TheLibraryExportsEveryLockOperation) {
     ASSERT_TRUE(lock != nullptr && tryLock != nullptr && unlock != nullptr);
     zor::Mutex mutex(1);
     lock(&mutex);
-    EXPECT_EQ(0, onOtherThread([&] { return mutex.TryLock(); }));
+    EXPECT_FALSE(freeForOthers(mutex));
     unlock(&mutex);
     EXPECT_EQ(1, tryLock(&mutex));
     mutex.Unlock();
@@ -104,16 +106,11 @@ TEST(MutexSymbols, TheLibraryExportsEveryLockOperation) {
 
 TEST(ScopedLockRelease, LeavingTheScopeByAnExceptionUnlocks) {
     zor::Mutex mutex(0);
-    try {
-        zor::ScopedLock hold(mutex);
-        throw std::runtime_error("leave");
-    } catch (const std::runtime_error&) {
-    }
-    EXPECT_EQ(1, onOtherThread([&] {
-                  const ZR_BOOL taken = mutex.TryLock();
-                  if (taken) mutex.Unlock();
-                  return taken;
+    EXPECT_EQ("leave", zortest::thrownMessage([&] {
+                  zor::ScopedLock hold(mutex);
+                  throw std::runtime_error("leave");
               }));
+    EXPECT_TRUE(freeForOthers(mutex));
 }
 
 TEST(RWLockSharing, ReadersShareAndExcludeWriters) {
@@ -134,16 +131,12 @@ TEST(RWLockSharing, ReadersShareAndExcludeWriters) {
 TEST(MutexContention, CountsStayExactUnderFourThreads) {
     zor::Mutex mutex(0);
     long counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 20000; ++i) {
-                zor::ScopedLock hold(mutex);
-                ++counter;
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    zortest::onThreads(4, [&](int) {
+        for (int i = 0; i < 20000; ++i) {
+            zor::ScopedLock hold(mutex);
+            ++counter;
+        }
+    });
     EXPECT_EQ(80000, counter);
 }
 

@@ -12,12 +12,10 @@
 #include <future>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <vector>
 
 #include "../source/TextFormat.h"
-#include "SysUtils.h"
 #include "TestUtil.h"
 
 namespace {
@@ -25,6 +23,24 @@ namespace {
 using zortest::linesOf;
 
 std::string messageOf(const std::string& line) { return line.substr(line.find(") ") + 2); }
+
+// The messages of the lines of a file, from `first` on.
+std::vector<std::string> messagesOf(const std::string& path, size_t first = 0) {
+    std::vector<std::string> messages;
+    const auto lines = linesOf(path);
+    for (size_t i = first; i < lines.size(); ++i) messages.push_back(messageOf(lines[i]));
+    return messages;
+}
+
+// Checks that lines from `first` on are "Info:  t<thread> i<index>" with each thread's indices going on
+// from next[thread], and moves next on past them.
+void expectThreadOrder(const std::vector<std::string>& lines, size_t first, std::vector<int>& next) {
+    for (size_t n = first; n < lines.size(); ++n) {
+        int t = -1, i = -1;
+        ASSERT_EQ(2, std::sscanf(messageOf(lines[n]).c_str(), "Info:  t%d i%d", &t, &i)) << lines[n];
+        ASSERT_EQ(next.at(t)++, i) << lines[n];
+    }
+}
 
 // "YYYY-MM-DD HH:MM:SS" of a moment in local time, as the lines show it.
 std::string localSecond(time_t moment) {
@@ -85,12 +101,10 @@ TEST_F(LoggerTest, SyncLinesHaveTheLayoutPrefixesDebugThresholdAndPercentRule) {
     EXPECT_TRUE(laidOut(1, R"(LoggerTest\.cpp:TestBody:\d+\) Info:  value 42)")) << lines[1];
     const std::string stamp = lines[1].substr(7, 19);
     EXPECT_TRUE(stamp == localSecond(before) || stamp == localSecond(after)) << lines[1];
-    std::vector<std::string> messages;
-    for (size_t i = 2; i < lines.size(); ++i) messages.push_back(messageOf(lines[i]));
     EXPECT_EQ((std::vector<std::string>{"Warn:  w", "Error: e", "Alert: a", "Debug: d", "Debug: shown",
                                         "Info:  100% %s %n %d", "Info:  " + std::string(255, 'x'), "Info:  a",
                                         "Info:  long head"}),
-              messages);
+              messagesOf(path, 2));
     EXPECT_EQ(LONG_HEAD_TAIL + "long head", lines[10].substr(lines[10].find("] (") + 2));
 }
 
@@ -103,13 +117,9 @@ TEST_F(LoggerTest, AsyncLinesKeepLayoutCutsAndEachThreadsOrderAndTheQueueDrainsO
     ZOR_LOG_INFO("a%cb", 0);
     logLongHead();  // the head is cut at 999 characters, then the message follows
     constexpr int THREADS = 4, LINES = 5000;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < LINES; ++i) zortest::thrownMessage([&] { ZOR_LOG_INFO("t%d i%d", t, i); });
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    zortest::onThreads(THREADS, [](int t) {
+        for (int i = 0; i < LINES; ++i) zortest::thrownMessage([&] { ZOR_LOG_INFO("t%d i%d", t, i); });
+    });
     zor::Logger::DestroyInstance();
     const auto lines = linesOf(path);
     ASSERT_EQ(4U + THREADS * LINES, lines.size());
@@ -121,11 +131,7 @@ TEST_F(LoggerTest, AsyncLinesKeepLayoutCutsAndEachThreadsOrderAndTheQueueDrainsO
     const size_t open = lines[3].find("] (");
     EXPECT_EQ((LONG_HEAD_TAIL.substr(0, 999 - open - 2) + "long head"), lines[3].substr(open + 2));
     std::vector<int> next(THREADS, 0);
-    for (size_t n = 4; n < lines.size(); ++n) {
-        int t = -1, i = -1;
-        ASSERT_EQ(2, std::sscanf(messageOf(lines[n]).c_str(), "Info:  t%d i%d", &t, &i)) << lines[n];
-        ASSERT_EQ(next.at(t)++, i) << lines[n];
-    }
+    expectThreadOrder(lines, 4, next);
 }
 
 // The writer is held back until lines are queued behind units that have none: it takes all five units
@@ -148,12 +154,10 @@ TEST_F(LoggerTest, UnitsWithoutALineWriteTheCurrentLineAgain) {
         logger.LogInfo("f", "g", 1, "B");
         logger.go.set_value();
         // Stopping at once would only drain the queue; wait (boundedly) for the pass first.
-        for (int i = 0; i < 3000 && linesOf(path).size() < 5; ++i) zor::SysUtils::DelayMseconds(10);
+        zortest::waitUntil([&] { return linesOf(path).size() >= 5; });
     }
-    std::vector<std::string> messages;
-    for (const std::string& line : linesOf(path)) messages.push_back(messageOf(line));
     EXPECT_EQ((std::vector<std::string>{"Info:  A", "Info:  B", "Info:  B", "Info:  B", "Info:  B"}),
-              messages);
+              messagesOf(path));
 }
 
 // Line n (from 1) of a fresh file brings the counter to n - 1, so the separations follow lines 11, 21,
@@ -220,13 +224,9 @@ TEST_F(LoggerTest, AsyncCallsBeforeInitializeCountUntilTheSemaphoreIsExhausted) 
 TEST_F(LoggerTest, EightSyncThreadsLoseNoLineAndNeverInterleave) {
     const std::string path = start("load.log", 1024, 50000, 1);
     constexpr int THREADS = 8, LINES = 20000;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < LINES; ++i) ZOR_LOG_INFO("t%d i%d end", t, i);
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    zortest::onThreads(THREADS, [](int t) {
+        for (int i = 0; i < LINES; ++i) ZOR_LOG_INFO("t%d i%d end", t, i);
+    });
     std::set<std::string> seen;
     for (const std::string& file : {path + "_1", path + "_2", path + "_3", path}) {
         for (const std::string& line : linesOf(file)) {
@@ -269,21 +269,13 @@ TEST_F(LoggerTest, ReopenAfterRenameSendsEarlierLinesToTheMovedFileAndLaterOnesT
         for (auto& thread : threads) thread.join();
         zor::Logger::DestroyInstance();
 
-        std::vector<std::string> first;
-        for (const std::string& line : linesOf(path + ".1")) first.push_back(messageOf(line));
-        EXPECT_EQ((std::vector<std::string>{"Info:  old", "Info:  still old"}), first);
+        EXPECT_EQ((std::vector<std::string>{"Info:  old", "Info:  still old"}), messagesOf(path + ".1"));
+        EXPECT_EQ("Info:  new", messagesOf(path + ".2").at(0));
         std::vector<int> next(THREADS, 0);
         for (int r = 2; r <= 2 + ROTATIONS; ++r) {
             const std::string file = r < 2 + ROTATIONS ? path + "." + std::to_string(r) : path;
-            const auto lines = linesOf(file);
-            if (r == 2) {
-                EXPECT_EQ("Info:  new", messageOf(lines.at(0)));
-            }
-            for (size_t n = r == 2 ? 1 : 0; n < lines.size(); ++n) {
-                int t = -1, i = -1;
-                ASSERT_EQ(2, std::sscanf(messageOf(lines[n]).c_str(), "Info:  t%d i%d", &t, &i)) << lines[n];
-                ASSERT_EQ(next.at(t)++, i) << file << ": " << lines[n];
-            }
+            SCOPED_TRACE(file);
+            expectThreadOrder(linesOf(file), r == 2 ? 1 : 0, next);
         }
         EXPECT_EQ(std::vector<int>(THREADS, LINES), next) << (sync ? "sync" : "async");
     }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -183,18 +182,15 @@ TEST(SysUtilsNamespace, OnlyEightInterfacesAreListedAndNamesGiveTheClass) {
 // A child process hides its /proc/self/net in a private mount namespace (root only), so the route file
 // is missing.
 TEST(SysUtilsRouteFile, AFileThatCannotBeOpenedGivesMinusOneAndNoRoutes) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+    const int status = zortest::exitStatusOf([] {
         if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("none", "/proc/self/net", "tmpfs", 0, nullptr) != 0)
-            ::_exit(77);
+            return 77;
         zor::RouteTable table;
-        ::_exit(zor::SysUtils::GetSysRouteTable(table) == -1 && table.GetTableSize() == 0 ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "cannot hide /proc from a child";
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        return zor::SysUtils::GetSysRouteTable(table) == -1 && table.GetTableSize() == 0 ? 0 : 1;
+    });
+    if (status == 77) GTEST_SKIP() << "cannot hide /proc from a child";
+    EXPECT_EQ(0, status);
 }
 
 TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {

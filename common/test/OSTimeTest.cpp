@@ -62,7 +62,7 @@ bool sameFields(const zor::OSTime& a, const zor::OSTime& b) {
            a.minute == b.minute && a.second == b.second && a.usecond == b.usecond;
 }
 
-TEST(OSTimeRoundTrip, TextAndPackedFormsReproduceRandomTimesAndPackedOrderIsChronological) {
+TEST(OSTimeRoundTrip, TextAndPackedFormsReproduceRandomTimesPackedOrderIsChronologicalFieldsMasked) {
     std::mt19937 rng(20240229);
     zor::OSTime previous = randomValidTime(rng);
     for (int i = 0; i < 2000; ++i) {
@@ -74,13 +74,10 @@ TEST(OSTimeRoundTrip, TextAndPackedFormsReproduceRandomTimesAndPackedOrderIsChro
         EXPECT_EQ(fieldsLess, packedLess) << t.ToString(1) << " vs " << previous.ToString(1);
         previous = t;
     }
-}
-
-TEST(OSTimePacking, FieldsAreMaskedToTheirWidths) {
-    zor::OSTime t("2024-01-02 03:04:05");
-    t.year = 4096 + 2024;
-    EXPECT_EQ(2024U, zor::OSTime(t.ToUint64()).year);
-    EXPECT_EQ(0U, t.ToUint64() >> 60);
+    zor::OSTime wide("2024-01-02 03:04:05");  // packed fields are masked to their widths
+    wide.year = 4096 + 2024;
+    EXPECT_EQ(2024U, zor::OSTime(wide.ToUint64()).year);
+    EXPECT_EQ(0U, wide.ToUint64() >> 60);
 }
 
 TEST(OSTimeCompare, ComparesNormalisedInstants) {
@@ -101,7 +98,6 @@ TEST(OSTimeClock, NowAgreesWithTheTick) {
     const ZR_Uint64 nowTick = static_cast<ZR_Uint64>(now.Syssec()) * 1000000ULL + now.usecond;
     EXPECT_LE(before, nowTick);
     EXPECT_LE(nowTick, after);
-    EXPECT_EQ(1000000ULL, zor::OSTime::GetOSFreq());
     const zor::OSTime fromEpoch(static_cast<ZR_Uint32>(now.Syssec()), now.usecond);
     EXPECT_TRUE(sameFields(now, fromEpoch)) << now.ToString(1) << " vs " << fromEpoch.ToString(1);
 }

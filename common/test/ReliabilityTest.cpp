@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,7 +13,6 @@
 #include <cstring>
 #include <future>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -154,7 +152,11 @@ TEST(FaultNoDescriptors, EveryOpenFailsAsSpecifiedAndWorksAgainOnceDescriptorsAr
     zortest::ScratchDir dir;
     const std::string logPath = dir / "fd.log";
     const std::string filePath = dir / "data";
-    const auto checks = [&](std::vector<int>& spare) {
+    const int status = zortest::exitStatusOf([&] {  // fills its descriptor table, then runs the checks
+        rlimit limit{64, 64};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        std::vector<int> spare;
+        for (int fd; (fd = dup(0)) >= 0;) spare.push_back(fd);
         if (zortest::thrownMessage([] { zor::TCPSocket socket(1); }) != "create socket failed!") return 1;
         zor::PrimeFile prime(filePath);
         zor::StreamFile stream(filePath);
@@ -170,18 +172,8 @@ TEST(FaultNoDescriptors, EveryOpenFailsAsSpecifiedAndWorksAgainOnceDescriptorsAr
         ZOR_LOG_INFO("back");
         zor::Logger::DestroyInstance();
         return linesOf(logPath).size() == 1 ? 0 : 5;
-    };
-    const pid_t child = fork();
-    if (child == 0) {  // the child fills its descriptor table, then runs the checks
-        rlimit limit{64, 64};
-        setrlimit(RLIMIT_NOFILE, &limit);
-        std::vector<int> spare;
-        for (int fd; (fd = dup(0)) >= 0;) spare.push_back(fd);
-        _exit(checks(spare));
-    }
-    int status = -1;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, WIFEXITED(status) ? WEXITSTATUS(status) : 100);
+    });
+    EXPECT_EQ(0, status) << "failed check number " << status;
 }
 
 void onSignal(int) {}

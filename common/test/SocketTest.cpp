@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "ErrorCode.h"
 #include "MulticastSocket.h"
@@ -21,6 +19,7 @@
 #include "UDPSocket.h"
 
 using zor::SockAddress;
+using zortest::bytes;
 using zortest::openDescriptorCount;
 using zortest::thrownMessage;
 
@@ -29,8 +28,6 @@ namespace {
 constexpr ZR_Uint32 WAIT_US = 10 * 1000 * 1000;  // generous: loopback answers in microseconds
 
 bool isOpen(int iFd) { return fcntl(iFd, F_GETFD) != -1; }
-
-const ZR_BYTE* bytes(const std::string& s) { return reinterpret_cast<const ZR_BYTE*>(s.data()); }
 
 // Binds and listens, connects the client and accepts it; the server's peer report lands in `peer`.
 std::unique_ptr<zor::TCPSocket> connectPair(zor::TCPServer& server, zor::TCPSocket& client,
@@ -133,13 +130,9 @@ TEST(SocketSharing, CopiesMadeAndDroppedOnManyThreadsKeepOneDescriptor) {
     {
         zor::UDPSocket origin(0);
         iFd = origin.Descriptor();
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([&origin] {
-                for (int i = 0; i < 2000; ++i) zor::UDPSocket copy(origin), second(copy);
-            });
-        }
-        for (std::thread& t : threads) t.join();
+        zortest::onThreads(4, [&origin](int) {
+            for (int i = 0; i < 2000; ++i) zor::UDPSocket copy(origin), second(copy);
+        });
         EXPECT_TRUE(isOpen(iFd));
     }
     EXPECT_FALSE(isOpen(iFd));
@@ -176,35 +169,29 @@ TEST(SocketOptions, SettingsReachTheDescriptorAndFailWithoutOne) {
     EXPECT_EQ(-1, tcp.SelectForWrite(0));
 }
 
-TEST(TCPLoopback, EchoOverIPv4WithAddressesBothEndsAgreeOn) {
-    zor::TCPServer server(2);
-    zor::TCPSocket client(1);
-    SockAddress peer;
+TEST(TCPLoopback, EchoOverIPv4AndUnixDomainWithAddressesBothEndsAgreeOn) {
+    zortest::ScratchDir dir;
+    zor::TCPServer server(2), unixServer(5);
+    zor::TCPSocket client(1), unixClient(4);
+    SockAddress peer, unixPeer;
     std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress("127.0.0.1", 0), peer);
-    ASSERT_NE(nullptr, conn);
+    std::unique_ptr<zor::TCPSocket> unixConn =
+        connectPair(unixServer, unixClient, SockAddress(dir / "srv"), unixPeer);
+    ASSERT_TRUE(conn != nullptr && unixConn != nullptr);
     EXPECT_EQ(client.LocalAddress(), peer);
     EXPECT_EQ(client.LocalAddress(), conn->PeerAddress());
     EXPECT_EQ(conn->LocalAddress(), client.PeerAddress());
+    EXPECT_EQ(1u, unixConn->Type());  // a Unix-domain server accepts a type-one socket
+    EXPECT_EQ(zor::AF_UN, unixPeer.Family());
+    EXPECT_EQ(dir / "srv", unixClient.PeerAddress().ToString());
+    EXPECT_EQ(dir / "srv", unixConn->LocalAddress().ToString());
     expectEcho(client, *conn);
+    expectEcho(*unixConn, unixClient);
 
     EXPECT_EQ(1, client.SelectForWrite(WAIT_US));
     EXPECT_EQ(1, client.SendUrgent('!'));
     client.Close();
     EXPECT_EQ("", receive(*conn, 1));  // end of stream; the urgent byte is out of band
-}
-
-TEST(TCPLoopback, EchoOverUnixDomainAcceptsATypeOneSocket) {
-    zortest::ScratchDir dir;
-    zor::TCPServer server(5);
-    zor::TCPSocket client(4);
-    SockAddress peer;
-    std::unique_ptr<zor::TCPSocket> conn = connectPair(server, client, SockAddress(dir / "srv"), peer);
-    ASSERT_NE(nullptr, conn);
-    EXPECT_EQ(1u, conn->Type());
-    EXPECT_EQ(zor::AF_UN, peer.Family());
-    EXPECT_EQ(dir / "srv", client.PeerAddress().ToString());
-    EXPECT_EQ(dir / "srv", conn->LocalAddress().ToString());
-    expectEcho(*conn, client);
 }
 
 TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
@@ -227,8 +214,9 @@ TEST(TCPServerRules, UnsupportedOperationsAndBindFamilies) {
     EXPECT_EQ("10.9.8.7:6", untouched.ToString());
 }
 
-TEST(SocketWait, PollAndSelectWaitsReportReadiness) {
-    zor::UDPSocket receiver(0), idle(0), sender(0);
+// Last, a socket both readable and failed lands in the read and the exception lists.
+TEST(SocketWait, PollAndSelectWaitsReportReadinessAndErrors) {
+    zor::UDPSocket receiver(0), idle(0), sender(0), gone(0), sock(0);
     ASSERT_EQ(0, receiver.Bind(SockAddress("127.0.0.1", 0)));
     ASSERT_EQ(0, idle.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ(0, receiver.SelectForRead(999));  // under a millisecond: a bare check
@@ -248,10 +236,7 @@ TEST(SocketWait, PollAndSelectWaitsReportReadiness) {
     ASSERT_EQ(1u, readList.size());
     EXPECT_EQ(&receiver, readList[0]);
     EXPECT_EQ(0, zor::Socket::SelectList(none, writeList, exceptList, 1000));
-}
 
-TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
-    zor::UDPSocket gone(0), sock(0);
     ASSERT_EQ(0, gone.Bind(SockAddress("127.0.0.1", 0)));
     ASSERT_EQ(0, sock.Connect(gone.LocalAddress()));
     gone.Close();
@@ -259,15 +244,17 @@ TEST(SocketWait, AReadableAndFailedSocketLandsInTheReadAndExceptionLists) {
     ASSERT_EQ(1, sock.SelectForRead(WAIT_US));
     ASSERT_TRUE(sock.Pollfd().revents & POLLERR);
     ASSERT_EQ(0, shutdown(sock.Descriptor(), SHUT_RD));  // makes it readable as well
-    zor::SockList readList{&sock}, writeList, exceptList;
+    readList = {&sock};
     EXPECT_EQ(1, zor::Socket::SelectList(readList, writeList, exceptList, WAIT_US));
     EXPECT_EQ(1u, readList.size());
     ASSERT_EQ(1u, exceptList.size());
     EXPECT_EQ(&sock, exceptList[0]);
 }
 
+// Over IPv4 and over Unix-domain paths; binding to a path switches an IPv4 socket's type.
 TEST(UDPLoopback, RepliesGoToTheLastSender) {
-    zor::UDPSocket server(0), first(0), second(0);
+    zortest::ScratchDir dir;
+    zor::UDPSocket server(0), first(0), second(0), a(3), b(3);
     ASSERT_EQ(0, server.Bind(SockAddress("127.0.0.1", 0)));
     EXPECT_EQ("0.0.0.0:0", server.PeerAddress().ToString());
     ASSERT_EQ(0, first.Bind(SockAddress("127.0.0.1", 0)));  // an unbound sender would report 0.0.0.0
@@ -280,14 +267,10 @@ TEST(UDPLoopback, RepliesGoToTheLastSender) {
         ASSERT_EQ(3, server.SendBytes(bytes("ack"), 3));
         EXPECT_EQ("ack", receive(*client, 3));
     }
-}
 
-TEST(UDPLoopback, UnixDatagramsReplyByPathAndBindSwitchesTheType) {
-    zortest::ScratchDir dir;
-    zor::UDPSocket inet(0), a(3), b(3);
+    zor::UDPSocket inet(0);
     EXPECT_EQ(-1, inet.Bind(SockAddress(dir / "wrong")));
     EXPECT_EQ(3u, inet.Type());  // switched although the IPv4 socket cannot take the path
-
     ASSERT_EQ(0, a.Bind(SockAddress(dir / "a")));
     ASSERT_EQ(0, b.Bind(SockAddress(dir / "b")));
     ASSERT_EQ(4, a.SendBytes(bytes("ping"), 4, SockAddress(dir / "b")));
@@ -298,9 +281,8 @@ TEST(UDPLoopback, UnixDatagramsReplyByPathAndBindSwitchesTheType) {
     EXPECT_EQ(dir / "b", a.PeerAddress().ToString());
 }
 
-TEST(MulticastOptions, SettingsReadBackAndBadTextIsRefused) {
+TEST(MulticastLoopback, SettingsReadBackAndAJoinedGroupHearsItsOwnDatagrams) {
     zor::MulticastSocket mc;
-    EXPECT_EQ(0u, mc.Type());
     EXPECT_EQ(0, mc.SetMulticastTTL(9));
     EXPECT_EQ(9, mc.GetMulticastTTL());
     EXPECT_EQ(0, mc.SetMulticastLoop(0));  // the kernel's default is on
@@ -309,17 +291,13 @@ TEST(MulticastOptions, SettingsReadBackAndBadTextIsRefused) {
     EXPECT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
     EXPECT_EQ("127.0.0.1", mc.GetMulticastIF());
     EXPECT_EQ("", mc.GetMulticastAddr());  // Linux does not answer the leave-group query
-}
 
-TEST(MulticastLoopback, AJoinedGroupHearsItsOwnDatagrams) {
     const std::string sGroup = "239.255.42.99";
-    zor::MulticastSocket mc;
     ASSERT_EQ(0, mc.SetReuseAddress(1));
     ASSERT_EQ(0, mc.Bind(SockAddress("0.0.0.0", 0)));
     if (mc.Join2MCGroup(sGroup, "127.0.0.1") != 0) {
         GTEST_SKIP() << "this machine refuses multicast on 127.0.0.1 (errno " << mc.LastError() << ")";
     }
-    ASSERT_EQ(0, mc.SetMulticastIF("127.0.0.1"));
     ASSERT_EQ(0, mc.SetMulticastLoop(1));
     if (mc.SendBytes(bytes("hi"), 2, SockAddress(sGroup, mc.LocalAddress().Port())) != 2) {
         GTEST_SKIP() << "this machine cannot send to a group on 127.0.0.1 (errno " << mc.LastError() << ")";

@@ -21,20 +21,19 @@ TEST(StringUtilsSplit, DropsEmptyPiecesAndAppendsToBothContainers) {
 }
 
 TEST(StringUtilsTrunc, CutsAtTheLastOccurrenceOrClears) {
-    std::string out = "stale";
-    StringUtils::TruncSuffix("dir/file.tar.gz", out, '.');
-    EXPECT_EQ(".gz", out);
-    StringUtils::TruncPrefix("dir/file.tar.gz", out, '.');
-    EXPECT_EQ("dir/file.tar", out);
-    StringUtils::TruncSuffix("/x", out, '/');
-    EXPECT_EQ("/x", out);
-    StringUtils::TruncPrefix("/x", out, '/');
-    EXPECT_EQ("", out);
-    out = "stale";
-    StringUtils::TruncSuffix("abc", out, '.');
-    StringUtils::TruncPrefix("abc", out, '.');
-    EXPECT_EQ("", out);
+    // text, separator, suffix, prefix; a text without the separator clears the output.
+    const char* const table[][4] = {
+        {"dir/file.tar.gz", ".", ".gz", "dir/file.tar"}, {"/x", "/", "/x", ""}, {"abc", ".", "", ""}};
+    for (const auto& row : table) {
+        std::string out = "stale";
+        StringUtils::TruncSuffix(row[0], out, row[1][0]);
+        EXPECT_EQ(row[2], out) << row[0];
+        out = "stale";
+        StringUtils::TruncPrefix(row[0], out, row[1][0]);
+        EXPECT_EQ(row[3], out) << row[0];
+    }
     // The suffix is read as NUL-terminated text; the same object may be input and output.
+    std::string out;
     StringUtils::TruncSuffix(std::string("a.b\0c", 5), out, '.');
     EXPECT_EQ(".b", out);
     std::string self = "x.y.z";

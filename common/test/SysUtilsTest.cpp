@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,22 +13,18 @@
 namespace {
 
 using zor::SysUtils;
-using Clock = std::chrono::steady_clock;
-
-long elapsedMs(Clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
-}
+using zortest::Clock;
+using zortest::elapsedMs;
 
 TEST(SysUtilsPriority, LevelsFollowTheirNamesUnderRealTimePolicies) {
     ASSERT_EQ(1, SysUtils::GetOSMinPriority(SCHED_FIFO));
     ASSERT_EQ(99, SysUtils::GetOSMaxPriority(SCHED_FIFO));
-    EXPECT_EQ(1, SysUtils::MapPriority(0, SCHED_FIFO));
-    EXPECT_EQ(25, SysUtils::MapPriority(1, SCHED_FIFO));
-    EXPECT_EQ(50, SysUtils::MapPriority(2, SCHED_FIFO));
-    EXPECT_EQ(99, SysUtils::MapPriority(3, SCHED_FIFO));
-    EXPECT_EQ(74, SysUtils::MapPriority(4, SCHED_FIFO));
+    const int fifo[] = {1, 25, 50, 99, 74};  // lowest, low, normal, highest, high
+    for (int level = 0; level <= 4; ++level) {
+        EXPECT_EQ(fifo[level], SysUtils::MapPriority(level, SCHED_FIFO)) << level;
+        EXPECT_EQ(0, SysUtils::MapPriority(level, SCHED_OTHER)) << level;
+    }
     EXPECT_EQ(50, SysUtils::MapPriority(17, SCHED_RR));  // unknown levels map like normal
-    for (int level = 0; level <= 4; ++level) EXPECT_EQ(0, SysUtils::MapPriority(level, SCHED_OTHER));
 
     EXPECT_EQ(3, SysUtils::ReverseMapPriority(10, SCHED_FIFO));  // every real-time priority reads back as 3
     EXPECT_EQ(3, SysUtils::ReverseMapPriority(1, SCHED_RR));
@@ -104,24 +99,22 @@ TEST(SysUtilsLibrary, LoadsFindsAndFreesASharedLibrary) {
 TEST(SysUtilsDaemon, ParentExitsWithZeroAndChildLeadsANewSession) {
     int fds[2];
     ASSERT_EQ(0, pipe(fds));
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        close(fds[0]);
+    // The child sends its own id, then its child, the daemon, sends its id and its session's.
+    const int status = zortest::exitStatusOf([&] {
+        const pid_t parent = getpid();
+        (void)!write(fds[1], &parent, sizeof parent);
         SysUtils::ForkDaemon();  // the child of this process exits here; the grandchild continues
         const pid_t ids[2] = {getpid(), getsid(0)};
         (void)!write(fds[1], ids, sizeof ids);
-        _exit(0);
-    }
+        return 0;
+    });
+    EXPECT_EQ(0, status);
     close(fds[1]);
-    int status = -1;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
-    pid_t ids[2] = {0, 0};
+    pid_t parent = 0, ids[2] = {0, 0};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof parent), read(fds[0], &parent, sizeof parent));
     ASSERT_EQ(static_cast<ssize_t>(sizeof ids), read(fds[0], ids, sizeof ids));
     close(fds[0]);
-    EXPECT_NE(child, ids[0]);
+    EXPECT_NE(parent, ids[0]);
     EXPECT_EQ(ids[0], ids[1]);  // the daemon is the leader of its own session
 }
 

@@ -6,15 +6,12 @@
 #include <chrono>
 
 #include "SysUtils.h"
+#include "TestUtil.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long msSince(Clock::time_point start) {
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
+using zortest::Clock;
+using zortest::elapsedMs;
 
 // Remembers which thread ran it and whether that thread had been asked to stop while the work ran.
 class Probe : public zor::Task {
@@ -35,13 +32,13 @@ TEST(Task, AsyncRunsOnItsOwnThreadAndReturnsOnlyAfterTheDelayedWork) {
     Probe probe;
     Clock::time_point start = Clock::now();
     EXPECT_EQ(42, probe.ExecuteAsync(200, 1));
-    EXPECT_GE(msSince(start), 200);
+    EXPECT_GE(elapsedMs(start), 200);
     EXPECT_NE(nullptr, probe.m_runner);
     EXPECT_FALSE(probe.m_stopSeen);  // not asked to stop before the work ended
 
     start = Clock::now();
     EXPECT_EQ(0, probe.ExecuteAsync(200, 0));
-    EXPECT_GE(msSince(start), 200);
+    EXPECT_GE(elapsedMs(start), 200);
     EXPECT_EQ(2, probe.m_runs.load());  // the work ran before ExecuteAsync returned
 }
 

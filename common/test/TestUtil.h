@@ -1,16 +1,18 @@
 // TestUtil.h
 //
 // Helpers shared by the test programs: the message of a thrown runtime error, a bounded wait for a
-// condition, a scratch directory that a test works in, and the number of open descriptors of the process
-// (for leak checks).
+// condition, threads and child processes that run a check, a scratch directory that a test works in,
+// and the number of open descriptors of the process (for leak checks).
 #ifndef ZOR_TEST_TESTUTIL_H_
 #define ZOR_TEST_TESTUTIL_H_
 
 #include <dirent.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -44,16 +46,55 @@ bool waitUntil(Pred pred, int timeoutMs = 30000) {
     return true;
 }
 
-// Number of descriptors the process has open right now.
-inline int openDescriptorCount() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) ++count;
-        closedir(dir);
-        count -= 3;  // ".", ".." and the descriptor of the listing itself
-    }
-    return count;
+using Clock = std::chrono::steady_clock;
+
+inline long elapsedMs(Clock::time_point since) {
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count());
 }
+
+// Runs fn(0) to fn(count - 1), each on a thread of its own, all at once, and waits for every one.
+template <typename Fn>
+void onThreads(int count, Fn fn) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t) threads.emplace_back(fn, t);
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Runs check in a forked child and gives its exit status, or -1 when it did not exit (a signal, such as
+// the alarm that bounds a child that hangs). Checks that change the whole process, such as its
+// descriptor limit, its user or its namespaces, run this way and return the number of the first
+// check that failed, or 0.
+template <typename Check>
+int exitStatusOf(Check check) {
+    const pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        alarm(60);
+        _exit(check());
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+// The bytes of a text, as the operations on raw buffers take them.
+inline const uint8_t* bytes(const std::string& text) { return reinterpret_cast<const uint8_t*>(text.data()); }
+
+// Number of entries in a directory, without "." and "..": under /proc/self, what the process holds.
+inline int entryCount(const char* dir) {
+    int count = 0;
+    if (DIR* listing = opendir(dir)) {
+        while (readdir(listing) != nullptr) ++count;
+        closedir(listing);
+    }
+    return count - 2;
+}
+
+// Descriptors and threads the process has right now, for leak checks. The listing's own descriptor
+// does not count.
+inline int openDescriptorCount() { return entryCount("/proc/self/fd") - 1; }
+inline int threadCount() { return entryCount("/proc/self/task"); }
 
 // A fresh directory under /tmp, removed with everything in it when the object goes.
 class ScratchDir {

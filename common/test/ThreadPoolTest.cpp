@@ -1,9 +1,7 @@
 #include "ThreadPool.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -16,40 +14,15 @@
 
 namespace {
 
-int threadCount() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (readdir(dir) != nullptr) ++count;
-        closedir(dir);
-    }
-    return count - 2;  // "." and ".."
-}
+using zortest::threadCount;
 
 // Runs fn on a worker; the pool deletes it afterwards unless kept is set.
-class FnJob : public zor::CJob {
-public:
+struct FnJob : zor::CJob {
     explicit FnJob(std::function<void()> fn, bool kept = false) : CJob("fn", nullptr), m_fn(std::move(fn)) {
         if (kept) m_toDeleted = 0;
     }
     void Run() override { m_fn(); }
-
-private:
     std::function<void()> m_fn;
-};
-
-// A kept job that its owner frees as soon as the work is done; here the work frees it itself, so a
-// worker that looks at the job after Run() reads freed memory.
-class SelfFreeingJob : public zor::CJob {
-public:
-    explicit SelfFreeingJob(std::atomic<int>& done) : CJob("self", nullptr), m_done(done) { m_toDeleted = 0; }
-    void Run() override {
-        std::atomic<int>& done = m_done;
-        delete this;
-        ++done;
-    }
-
-private:
-    std::atomic<int>& m_done;
 };
 
 class ThreadPoolTest : public ::testing::Test {
@@ -110,8 +83,18 @@ TEST_F(ThreadPoolTest, QueuedJobsRunInArrivalOrderAndKeptJobsAreNotDeleted) {
     EXPECT_EQ(0U, pool()->GetIdleThreadNum());
     gate.Signal();
     EXPECT_TRUE(zortest::waitUntil([&] { return next == 20 && pool()->GetBusyThreadNum() == 0; }));
+    // Kept jobs that their owner frees as soon as the work is done; here the work frees its job itself,
+    // so a worker that looks at the job after Run() reads freed memory.
     std::atomic<int> freed(0);
-    for (int i = 0; i < 50; ++i) pool()->PushJob(new SelfFreeingJob(freed));
+    for (int i = 0; i < 50; ++i) {
+        auto* job = new FnJob(nullptr, true);
+        job->m_fn = [job, &freed] {
+            std::atomic<int>& done = freed;  // the captures go with the job
+            delete job;
+            ++done;
+        };
+        pool()->PushJob(job);
+    }
     EXPECT_TRUE(zortest::waitUntil([&] { return freed == 50 && pool()->GetBusyThreadNum() == 0; }));
 }
 
@@ -120,18 +103,14 @@ TEST_F(ThreadPoolTest, HundredThousandJobsFromFourThreadsEachRunExactlyOnce) {
     pool()->Initialize();
     std::unique_ptr<std::atomic<int>[]> runs(new std::atomic<int>[PRODUCERS * PER_PRODUCER]());
     std::atomic<int> total(0);
-    std::vector<std::thread> producers;
-    for (int p = 0; p < PRODUCERS; ++p) {
-        producers.emplace_back([&, p] {
-            for (int i = p * PER_PRODUCER; i < (p + 1) * PER_PRODUCER; ++i) {
-                pool()->PushJob(new FnJob([&, i] {
-                    runs[i].fetch_add(1);
-                    total.fetch_add(1);
-                }));
-            }
-        });
-    }
-    for (std::thread& t : producers) t.join();
+    zortest::onThreads(PRODUCERS, [&](int p) {
+        for (int i = p * PER_PRODUCER; i < (p + 1) * PER_PRODUCER; ++i) {
+            pool()->PushJob(new FnJob([&, i] {
+                runs[i].fetch_add(1);
+                total.fetch_add(1);
+            }));
+        }
+    });
     ASSERT_TRUE(zortest::waitUntil([&] { return total.load() == PRODUCERS * PER_PRODUCER; }, 300000));
     int wrong = 0;
     for (int i = 0; i < PRODUCERS * PER_PRODUCER; ++i) wrong += runs[i].load() != 1;

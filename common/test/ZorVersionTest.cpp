@@ -6,18 +6,14 @@
 
 #include <string>
 
-TEST(ZorVersionAgreement, LibraryAnswersWithTheVersionOfTheHeaders) {
+TEST(ZorVersionAgreement, LibraryAnswersWithTheVersionOfTheHeadersAsThreeNumbersJoinedByDots) {
     EXPECT_STREQ(ZOR_VERSION_STRING, zor::Version());
     EXPECT_EQ(ZOR_VERSION_MAJOR, zor::VersionMajor());
     EXPECT_EQ(ZOR_VERSION_MINOR, zor::VersionMinor());
     EXPECT_EQ(ZOR_VERSION_PATCH, zor::VersionPatch());
-}
-
-TEST(ZorVersionAgreement, StringIsTheThreeNumbersJoinedByDots) {
-    const std::string joined = std::to_string(zor::VersionMajor()) + "." +
-                               std::to_string(zor::VersionMinor()) + "." +
-                               std::to_string(zor::VersionPatch());
-    EXPECT_EQ(joined, zor::Version());
+    EXPECT_EQ(std::to_string(zor::VersionMajor()) + "." + std::to_string(zor::VersionMinor()) + "." +
+                  std::to_string(zor::VersionPatch()),
+              zor::Version());
 }
 
 TEST(ZorVersionAgreement, SharedLibraryIsLoadedUnderTheSonameOfTheMajorNumber) {
