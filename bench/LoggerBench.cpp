@@ -19,6 +19,7 @@
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -182,6 +183,8 @@ void logInBursts(benchmark::State& state, LogFn log) {
     zor_bench::PinTo(CALLER_CPU);
     const int size = static_cast<int>(state.range(0));
     long i = 0, thrown = 0;
+    rusage before{};
+    getrusage(RUSAGE_THREAD, &before);
     for (auto _ : state) {
         logCounting(log, size, ++i, thrown);
         if (i % BURST != 0) continue;
@@ -189,6 +192,12 @@ void logInBursts(benchmark::State& state, LogFn log) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         state.ResumeTiming();
     }
+    rusage after{};
+    getrusage(RUSAGE_THREAD, &after);
+    // How often the caller lost its core per burst (one is the pause between bursts): a writer woken
+    // onto the caller's core, or a caller giving way, shows here and not in the CPU time.
+    const long switches = (after.ru_nvcsw - before.ru_nvcsw) + (after.ru_nivcsw - before.ru_nivcsw);
+    state.counters["switches_per_burst"] = static_cast<double>(switches) / static_cast<double>(i / BURST);
     reportExhausted(state, thrown, i);
 }
 

@@ -40,7 +40,7 @@ ZOR_INLINE constexpr const char* LogFileName(const char* pszPath) {
 /// unit already there and as many queued lines, oldest first, and writes the pass with one write and one
 /// flush. So it flushes once per pass, not once per line; a line is on disk at the latest when the pass
 /// that took it ends. After a small pass it pauses for 100 us to let lines gather, and a caller that
-/// finds 1024 lines or more waiting sleeps 100 us to give the writer the processor.
+/// finds 2048 lines or more waiting sleeps 100 us to give the writer the processor.
 ///
 /// @code
 ///   zor::Logger::Instance()->Initialize("svc", "/var/log/svc/svc.log", 16, 100000, 0, 0, 0);
@@ -220,18 +220,22 @@ private:
     std::string m_sModuleName;
     Mutex m_mutex;  ///< the stream, the counters and separation
     std::unique_ptr<FILE, StreamCloser> m_fileStream;
-    Semaphore m_sem;
-    Mutex m_queueMutex;  ///< the queue and its spares; taken before m_mutex where both are held
+    // Each group below on cache lines of its own: the callers take the semaphore and the queue on every
+    // line while the writer assembles and writes a pass, and sharing a line would make each of them miss
+    // the other's writes.
+    alignas(64) Semaphore m_sem;
+    alignas(64) Mutex m_queueMutex;  ///< the queue and its spares; taken before m_mutex where both are held
     std::list<std::string> m_itemQueue;
     /// Nodes of lines already written, kept with their strings' capacity for the next lines; moving a
     /// node between the lists neither allocates nor copies.
     std::list<std::string> m_spareItems;
-    ZR_Uint32 m_iWrittenAhead;   ///< units whose lines Reopen wrote before the writer took them
-    std::string m_sCurrentLine;  ///< the writer's last line, written again for a unit without one
-    std::string m_sPass;         ///< the text of the writer's pass, reused; under m_mutex
-    std::atomic<ZR_Uint32> m_iCallsInFlight[2];  ///< log calls running, by epoch; see DestroyInstance
-    std::atomic<ZR_Uint32> m_iCallEpoch;         ///< the epoch new calls count in
-    std::atomic<ZR_BOOL> m_bClosing;             ///< set while DestroyInstance resets the logger
+    ZR_Uint32 m_iWrittenAhead;               ///< units whose lines Reopen wrote before the writer took them
+    alignas(64) std::string m_sCurrentLine;  ///< the writer's last line, written again for a unit without one
+    std::string m_sPass;                     ///< the text of the writer's pass, reused; under m_mutex
+    alignas(
+        64) std::atomic<ZR_Uint32> m_iCallsInFlight[2];  ///< log calls running, by epoch; see DestroyInstance
+    std::atomic<ZR_Uint32> m_iCallEpoch;                 ///< the epoch new calls count in
+    std::atomic<ZR_BOOL> m_bClosing;                     ///< set while DestroyInstance resets the logger
 
     static std::atomic<Logger*> _instance;
     static Mutex _mutex;

@@ -47,6 +47,10 @@ public:
     /// Takes one unit if one is there, without waiting for it. Returns 1 when a unit was taken, 0 when
     /// the count was 0. Unlike Wait(0) it reads no clock.
     ZR_BOOL TryWait();
+    /// Takes every unit that is there, up to iMost, without waiting, under one lock. Returns the number
+    /// taken: 0 when the count was 0 or iMost is not positive. A consumer that works in batches takes a
+    /// batch's units at once, instead of contending with the producers for the lock once per unit.
+    ZR_Int32 TryWaitUpTo(ZR_Int32 iMost);
 
     /// The current count, read under the semaphore's own mutex.
     ZR_Int32 Count();

@@ -41,7 +41,7 @@ constexpr size_t SYNC_LINE_BYTES = 1024;  // on the stack; a longer head spills 
 constexpr int ALERT_LINE = 166;
 constexpr useconds_t PASS_PAUSE_US = 100;
 constexpr ZR_Uint32 FULL_PASS = 64;
-constexpr size_t GIVE_WAY_LINES = 1024;
+constexpr size_t GIVE_WAY_LINES = 2048;
 constexpr useconds_t GIVE_WAY_US = 100;
 
 // "YYYY-MM-DD HH:MM:SS." of one second, shared by every thread. Formatting the date costs more than the
@@ -107,35 +107,72 @@ private:
 SecondText g_secondText;
 
 // The head of every line, "{module} [YYYY-MM-DD HH:MM:SS.mmm] (file:func:line) prefix", for the wall
-// clock at the call in local time. Kept as pieces, so that the line is assembled by a few copies.
+// clock at the call in local time. The parts that vary are measured once; the head is then written with a
+// few short copies, its fixed characters stored directly.
 class LineHead {
 public:
-    LineHead(const std::string& module, const char* file, const char* func, int line, const char* prefix) {
-        timeval now{};
-        gettimeofday(&now, nullptr);
-        g_secondText.CopyTo(now.tv_sec, m_date);
-        const size_t dateLength = std::strlen(m_date);
-        const long ms = static_cast<long>(now.tv_usec / 1000);
-        m_date[dateLength] = static_cast<char>('0' + ms / 100);
-        m_date[dateLength + 1] = static_cast<char>('0' + ms / 10 % 10);
-        m_date[dateLength + 2] = static_cast<char>('0' + ms % 10);
-        const char* numberEnd = std::to_chars(m_number, m_number + sizeof m_number, line).ptr;
-        const std::string_view pieces[] = {"{",   module,
-                                           "} [", {m_date, dateLength + 3},
-                                           "] (", orNull(file),
-                                           ":",   orNull(func),
-                                           ":",   {m_number, static_cast<size_t>(numberEnd - m_number)},
-                                           ") ",  prefix};
-        std::copy(std::begin(pieces), std::end(pieces), m_pieces);
-        for (const std::string_view& piece : m_pieces) m_size += piece.size();
-    }
+    LineHead(const std::string& module, const char* file, const char* func, int line, const char* prefix)
+        : m_module(module),
+          m_file(orNull(file)),
+          m_func(orNull(func)),
+          m_prefix(prefix),
+          m_dateLength(stampNow(m_date)),
+          m_numberLength(static_cast<size_t>(std::to_chars(m_number, m_number + sizeof m_number, line).ptr -
+                                             m_number)) {}
 
-    size_t Size() const { return m_size; }
+    size_t Size() const {
+        return FIXED + m_module.size() + m_dateLength + m_file.size() + m_func.size() + m_numberLength +
+               m_prefix.size();
+    }
 
     // Copies the head, cut to at most max characters, to out. Returns the characters copied.
     size_t CopyTo(char* out, size_t max) const {
+        if (Size() > max) return copyCut(out, max);
+        char* const start = out;
+        *out++ = '{';
+        out = put(out, m_module);
+        out = put(out, "} [", 3);
+        out = put(out, m_date, m_dateLength);
+        out = put(out, "] (", 3);
+        out = put(out, m_file);
+        *out++ = ':';
+        out = put(out, m_func);
+        *out++ = ':';
+        out = put(out, m_number, m_numberLength);
+        out = put(out, ") ", 2);
+        out = put(out, m_prefix);
+        return static_cast<size_t>(out - start);
+    }
+
+private:
+    static constexpr size_t FIXED = 12;  // "{", "} [", "] (", ":", ":", ") "
+
+    static std::string_view orNull(const char* text) { return text != nullptr ? text : "(null)"; }
+    static char* put(char* out, const char* text, size_t length) {
+        detail::copyBytes(out, text, length);
+        return out + length;
+    }
+    static char* put(char* out, std::string_view text) { return put(out, text.data(), text.size()); }
+
+    // Writes the date and time of now, to the millisecond, to date; returns its length.
+    static size_t stampNow(char* date) {
+        timeval now{};
+        gettimeofday(&now, nullptr);
+        g_secondText.CopyTo(now.tv_sec, date);
+        const size_t length = std::strlen(date);
+        const long ms = static_cast<long>(now.tv_usec / 1000);
+        date[length] = static_cast<char>('0' + ms / 100);
+        date[length + 1] = static_cast<char>('0' + ms / 10 % 10);
+        date[length + 2] = static_cast<char>('0' + ms % 10);
+        return length + 3;
+    }
+
+    // The head cut to max characters, for the rare head longer than the line allows.
+    size_t copyCut(char* out, size_t max) const {
+        const std::string_view pieces[] = {"{", m_module, "} [", {m_date, m_dateLength},     "] (", m_file,
+                                           ":", m_func,   ":",   {m_number, m_numberLength}, ") ",  m_prefix};
         size_t copied = 0;
-        for (const std::string_view& piece : m_pieces) {
+        for (const std::string_view& piece : pieces) {
             const size_t n = std::min(piece.size(), max - copied);
             std::memcpy(out + copied, piece.data(), n);
             copied += n;
@@ -143,13 +180,11 @@ public:
         return copied;
     }
 
-private:
-    static std::string_view orNull(const char* text) { return text != nullptr ? text : "(null)"; }
-
-    std::string_view m_pieces[12];
-    char m_date[SecondText::BYTES + 3] = {};
+    std::string_view m_module, m_file, m_func, m_prefix;
+    char m_date[SecondText::BYTES + 3];
     char m_number[16];
-    size_t m_size = 0;
+    size_t m_dateLength;
+    size_t m_numberLength;
 };
 
 // Counts a log call for as long as it runs, so that DestroyInstance can wait for the calls that found the
@@ -273,8 +308,7 @@ void Logger::shutDown() {
     m_sFilePath = "./file.log";
     m_sModuleName = "Logger";
     m_fileStream.reset();
-    while (m_sem.TryWait()) {
-    }
+    m_sem.TryWaitUpTo(m_sem.Max());
     m_itemQueue.clear();
     m_spareItems.clear();
     m_iWrittenAhead = 0;
@@ -480,8 +514,9 @@ void Logger::Entry() {
             return;
         }
         if (m_sem.Wait(100) == 0) continue;
-        ZR_Uint32 units = 1;
-        while (m_sem.TryWait()) ++units;
+        // Every further unit at once: taking them one lock at a time would fight the callers' Signal()
+        // for the semaphore's lock once per line.
+        const ZR_Uint32 units = 1 + static_cast<ZR_Uint32>(m_sem.TryWaitUpTo(m_sem.Max()));
         writePass(units, taken);
         // Caught up: let lines gather for a moment, so that callers do not each wake the writer.
         if (units < FULL_PASS) usleep(PASS_PAUSE_US);

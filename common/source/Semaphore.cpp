@@ -107,6 +107,15 @@ ZR_BOOL Semaphore::TryWait() {
     return bTaken;
 }
 
+ZR_Int32 Semaphore::TryWaitUpTo(ZR_Int32 iMost) {
+    if (iMost <= 0) return 0;
+    lock();
+    const ZR_Int32 iTaken = m_iCount < iMost ? m_iCount : iMost;
+    m_iCount -= iTaken;
+    pthread_mutex_unlock(&m_mutex);
+    return iTaken;
+}
+
 ZR_Int32 Semaphore::Count() {
     lock();
     const ZR_Int32 iCount = m_iCount;

@@ -68,6 +68,12 @@ TEST(SemaphoreTryWait, TakesOnlyUnitsAlreadyThereEachExactlyOnce) {
     EXPECT_EQ(1, sem.TryWait());
     EXPECT_EQ(0, sem.TryWait());
     EXPECT_EQ(0, sem.Count());
+    sem.Signal();
+    sem.Signal();
+    EXPECT_EQ(0, sem.TryWaitUpTo(0));
+    EXPECT_EQ(1, sem.TryWaitUpTo(1));
+    EXPECT_EQ(1, sem.TryWaitUpTo(5));  // only what is there
+    EXPECT_EQ(0, sem.TryWaitUpTo(5));
 
     constexpr int UNITS = 20000;
     std::atomic<int> taken{0};
