@@ -136,10 +136,10 @@ void checkCollapse(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     const size_t bufferSize = 1 + in.Next() % 64 * (in.Next() % 3 == 0 ? 80 : 1);
-    std::string spec = "%";
-    for (uint8_t flags = in.Next(); flags != 0; flags >>= 3) spec += "-0 +#"[flags % 5];
-    spec += number(in);
-    if (in.Next() % 3 == 0) spec += "." + number(in);
+    std::string conversion = "%";
+    for (uint8_t flags = in.Next(); flags != 0; flags >>= 3) conversion += "-0 +#"[flags % 5];
+    conversion += number(in);
+    if (in.Next() % 3 == 0) conversion += "." + number(in);
     static const char* const lengths[] = {"", "", "", "hh", "h", "l", "q", "z"};
     const int lengthPick = in.Next() % 8;
     static const char types[] = "diuxXsfegcop";
@@ -149,15 +149,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     char length = ' ';
     if (std::strchr("diuxXo", type) != nullptr && lengthPick >= 3) {
         length = lengthPick == 6 ? 'q' : lengths[lengthPick][0];
-        spec += lengthPick == 6 ? "ll" : lengths[lengthPick];
+        conversion += lengthPick == 6 ? "ll" : lengths[lengthPick];
     } else if (std::strchr("feg", type) != nullptr && lengthPick == 5) {
-        spec += "l";
+        conversion += "l";
     }
-    spec += type;
+    conversion += type;
     const uint64_t bits = in.Next64();
     const std::string rest = in.Rest();
     const size_t half = rest.size() / 2;
-    const std::string fmt = literal(rest.substr(0, half)) + spec + literal(rest.substr(half));
+    const std::string fmt = literal(rest.substr(0, half)) + conversion + literal(rest.substr(half));
     compareConversion(bufferSize, fmt, length, type, bits, rest);
     checkCollapse(rest);
     return 0;
