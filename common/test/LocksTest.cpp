@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -12,9 +11,6 @@
 #include "TestUtil.h"
 
 namespace {
-
-using zortest::Clock;
-using zortest::elapsedMs;
 
 // Runs fn on another thread and returns its result; TryLock from a second thread sees ownership.
 template <typename Fn>
@@ -31,13 +27,23 @@ bool freeForOthers(zor::Mutex& mutex) {
            }) == 1;
 }
 
-TEST(MutexKind, ZeroMakesRecursiveAndNonZeroMakesNormal) {
+// Unlocking a mutex not held is a deliberate misuse that ThreadSanitizer would report, so it is left out
+// there.
+TEST(MutexKind, ZeroMakesRecursiveNonZeroNormalAndMisuseOrAnExceptionLeavesNoLockBehind) {
     zor::Mutex recursive(0);
     recursive.Lock();
     EXPECT_EQ(1, recursive.TryLock());  // the owner may lock again
     recursive.Unlock();
     EXPECT_FALSE(freeForOthers(recursive));  // still held once
     recursive.Unlock();
+    EXPECT_TRUE(freeForOthers(recursive));
+#if !defined(__SANITIZE_THREAD__)
+    EXPECT_EQ("Cannot unlock mutex, error = 1", zortest::thrownMessage([&] { recursive.Unlock(); }));
+#endif
+    EXPECT_EQ("leave", zortest::thrownMessage([&] {
+                  zor::ScopedLock hold(recursive);
+                  throw std::runtime_error("leave");
+              }));
     EXPECT_TRUE(freeForOthers(recursive));
 
     zor::Mutex normal(1);
@@ -46,15 +52,7 @@ TEST(MutexKind, ZeroMakesRecursiveAndNonZeroMakesNormal) {
     normal.Unlock();
 }
 
-TEST(MutexErrors, UnlockingAMutexNotHeldThrowsWithTheErrorNumber) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "ThreadSanitizer reports the deliberate misuse this test makes";
-#endif
-    zor::Mutex recursive(0);
-    EXPECT_EQ("Cannot unlock mutex, error = 1", zortest::thrownMessage([&] { recursive.Unlock(); }));
-}
-
-TEST(MutexTimedTry, PollsInFiveMillisecondStepsAndGivesUp) {
+TEST(MutexTimedTry, GivesUpWhileHeldAndTakesTheMutexOnceReleased) {
     zor::Mutex mutex(0);
     std::promise<void> held, release;
     std::thread owner([&] {
@@ -65,13 +63,8 @@ TEST(MutexTimedTry, PollsInFiveMillisecondStepsAndGivesUp) {
     });
     held.get_future().wait();
 
-    auto start = Clock::now();
-    EXPECT_EQ(0, mutex.TryLock(0));  // one attempt and one 5 ms pause
-    EXPECT_GE(elapsedMs(start), 4);
-    start = Clock::now();
-    EXPECT_EQ(0, mutex.TryLock(12));  // attempts at 0, 5 and 10 ms, three pauses
-    EXPECT_GE(elapsedMs(start), 14);
-    EXPECT_LT(elapsedMs(start), 5000);
+    EXPECT_EQ(0, mutex.TryLock(0));
+    EXPECT_EQ(0, mutex.TryLock(12));
 
     release.set_value();
     EXPECT_EQ(1, mutex.TryLock(10000));  // taken as soon as the owner lets go
@@ -104,15 +97,6 @@ TEST(MutexSymbols, TheLibraryExportsEveryLockOperation) {
     mutex.Unlock();
 }
 
-TEST(ScopedLockRelease, LeavingTheScopeByAnExceptionUnlocks) {
-    zor::Mutex mutex(0);
-    EXPECT_EQ("leave", zortest::thrownMessage([&] {
-                  zor::ScopedLock hold(mutex);
-                  throw std::runtime_error("leave");
-              }));
-    EXPECT_TRUE(freeForOthers(mutex));
-}
-
 TEST(RWLockSharing, ReadersShareAndExcludeWriters) {
     zor::RWLock lock;
     lock.ReadLock();
@@ -126,18 +110,6 @@ TEST(RWLockSharing, ReadersShareAndExcludeWriters) {
     EXPECT_EQ(1, lock.TryWriteLock());
     EXPECT_EQ(0, onOtherThread([&] { return lock.TryReadLock(); }));
     lock.Unlock();
-}
-
-TEST(MutexContention, CountsStayExactUnderFourThreads) {
-    zor::Mutex mutex(0);
-    long counter = 0;
-    zortest::onThreads(4, [&](int) {
-        for (int i = 0; i < 20000; ++i) {
-            zor::ScopedLock hold(mutex);
-            ++counter;
-        }
-    });
-    EXPECT_EQ(80000, counter);
 }
 
 }  // namespace
