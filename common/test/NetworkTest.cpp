@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <map>
@@ -193,7 +192,7 @@ TEST(SysUtilsRouteFile, AFileThatCannotBeOpenedGivesMinusOneAndNoRoutes) {
     EXPECT_EQ(0, status);
 }
 
-TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {
+TEST(SysUtilsPortSearch, RangeEdgesAndATakenPortIsSkipped) {
     EXPECT_EQ(65535, zor::SysUtils::GetAvailPortTCP("127.0.0.1", 6000, 5000));
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortTCP("127.0.0.1", 5000, 5000));
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortUDP(nullptr, 0, 0));
@@ -202,9 +201,7 @@ TEST(SysUtilsPortSearch, RangeEdgesAndTakenPortSkippedAfterAPause) {
     const int port = taken.LocalAddress().Port();
     if (port > 65500) GTEST_SKIP() << "ephemeral port too close to the top";
     EXPECT_EQ(0, zor::SysUtils::GetAvailPortTCP("203.0.113.7", port, port + 3));  // not a host address
-    const auto start = std::chrono::steady_clock::now();
     const int found = zor::SysUtils::GetAvailPortUDP("", port, port + 10);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
     EXPECT_GT(found, port);  // normally port + 1
     EXPECT_LT(found, port + 10);
 }

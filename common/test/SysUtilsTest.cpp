@@ -2,19 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <signal.h>
 #include <unistd.h>
-
-#include <chrono>
-#include <thread>
 
 #include "TestUtil.h"
 
 namespace {
 
 using zor::SysUtils;
-using zortest::Clock;
-using zortest::elapsedMs;
 
 TEST(SysUtilsPriority, LevelsFollowTheirNamesUnderRealTimePolicies) {
     ASSERT_EQ(1, SysUtils::GetOSMinPriority(SCHED_FIFO));
@@ -29,40 +23,6 @@ TEST(SysUtilsPriority, LevelsFollowTheirNamesUnderRealTimePolicies) {
     EXPECT_EQ(3, SysUtils::ReverseMapPriority(10, SCHED_FIFO));  // every real-time priority reads back as 3
     EXPECT_EQ(3, SysUtils::ReverseMapPriority(1, SCHED_RR));
     EXPECT_EQ(0, SysUtils::ReverseMapPriority(0, SCHED_OTHER));
-}
-
-TEST(SysUtilsCpu, ValidIndicesAreZeroToCountMinusOne) {
-    const int cpus = SysUtils::GetCPUNumber();
-    ASSERT_GE(cpus, 1);
-    EXPECT_EQ(0, SysUtils::InvalidCPU(0));
-    EXPECT_EQ(0, SysUtils::InvalidCPU(cpus - 1));
-    EXPECT_EQ(1, SysUtils::InvalidCPU(cpus));
-    EXPECT_EQ(1, SysUtils::InvalidCPU(-1));
-}
-
-void onSignal(int) {}
-
-TEST(SysUtilsDelay, SleepsTheWholeTimeEvenWhenSignalsArrive) {
-    EXPECT_EQ(-1, SysUtils::DelayUseconds(1000000));
-    struct sigaction action {};
-    action.sa_handler = onSignal;  // no SA_RESTART: poll and select return EINTR
-    struct sigaction previous {};
-    sigaction(SIGUSR1, &action, &previous);
-    const pthread_t sleeper = pthread_self();
-    std::thread interrupter([sleeper] {
-        for (int i = 0; i < 5; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
-            pthread_kill(sleeper, SIGUSR1);
-        }
-    });
-    auto start = Clock::now();
-    EXPECT_EQ(0, SysUtils::DelayMseconds(300));
-    EXPECT_GE(elapsedMs(start), 295);
-    start = Clock::now();
-    EXPECT_EQ(0, SysUtils::DelayUseconds(200000));
-    EXPECT_GE(elapsedMs(start), 195);
-    interrupter.join();
-    sigaction(SIGUSR1, &previous, nullptr);
 }
 
 TEST(SysUtilsFiles, TypeTestsLookAtTheRightObject) {
