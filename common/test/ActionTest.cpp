@@ -68,16 +68,23 @@ protected:
     std::vector<std::unique_ptr<Recorder>> m_recorders;
 };
 
-TEST_F(ActionMgrTest, DelaysCountTicksFromNowAndEqualTicksRunNewestFirst) {
-    std::vector<std::string> runs;
+// An action that reschedules itself from its callback runs once per poll, but at the head it runs again
+// in the same poll.
+TEST_F(ActionMgrTest, DelaysCountTicksFromNowEqualTicksRunNewestFirstAndSelfReschedulesRunPerPoll) {
+    std::vector<std::string> runs, tail, head;
     Action* quick = make("quick", runs);
     m_mgr->NewAction(quick, 50);  // under one tick: next poll
+    m_mgr->Schedule(make("tail", tail, 5));
+    m_mgr->Schedule(make("head", head, 2, true));
     EXPECT_EQ(Action::STATE_SCHEDULED, quick->GetState());
     polls(1);
     EXPECT_EQ(1U, runs.size());
+    EXPECT_EQ(1U, tail.size());
+    EXPECT_EQ(3U, head.size());  // itself plus two ScheduleHead reruns
     EXPECT_EQ(Action::STATE_NOTSCHEDULED, quick->GetState());
 
     polls(9);  // the tick is now 10
+    EXPECT_EQ(6U, tail.size());
     runs.clear();
     Action* older = make("older", runs);
     Action* moved = make("moved", runs);
@@ -94,17 +101,6 @@ TEST_F(ActionMgrTest, DelaysCountTicksFromNowAndEqualTicksRunNewestFirst) {
     polls(1);
     EXPECT_EQ("moved", runs.back());
     EXPECT_TRUE(logged("Warn:  Re-schedule waiting actor moved"));
-}
-
-TEST_F(ActionMgrTest, SelfRescheduleRunsOncePerPollButHeadRunsAgainInTheSamePoll) {
-    std::vector<std::string> tail, head;
-    m_mgr->Schedule(make("tail", tail, 5));
-    m_mgr->Schedule(make("head", head, 2, true));
-    polls(1);
-    EXPECT_EQ(1U, tail.size());
-    EXPECT_EQ(3U, head.size());  // itself plus two ScheduleHead reruns
-    polls(2);
-    EXPECT_EQ(3U, tail.size());
 }
 
 TEST_F(ActionMgrTest, MisuseIsOnlyLoggedWithItsFixedLinesAndChangesNothing) {

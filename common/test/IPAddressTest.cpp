@@ -70,20 +70,17 @@ TEST(IPAddressConstruct, RawUnixMarkerAndLongPathsStayBounded) {
     EXPECT_TRUE(copy == bounded);
 }
 
-TEST(IPAddressValue, CopiesAndAssignmentDropTheScope) {
+// Copies and assignment drop the scope; a failed SetAddress leaves the value and the family alone.
+TEST(IPAddressValue, CopiesDropTheScopeAndFailedSetsChangeNothing) {
     const in6_addr bytes = v6("fe80::1");
-    const IPAddress scoped(&bytes, 16u, 2u);
-    EXPECT_EQ(2u, scoped.Scope());
+    IPAddress scoped(&bytes, 16u, 3u);
     EXPECT_EQ(0u, IPAddress(scoped).Scope());
-    IPAddress assigned("10.1.2.3", 0);
+    IPAddress v4("10.0.0.1", 0), assigned("10.1.2.3", 0);
     assigned = scoped;
     EXPECT_EQ(zor::AF_V6, assigned.Family());
     EXPECT_EQ(0u, assigned.Scope());
     EXPECT_EQ(0, std::memcmp(&bytes, assigned.Addr(), 16));
-}
 
-TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
-    IPAddress v4("10.0.0.1", 0);
     EXPECT_EQ(-1, v4.SetAddress(std::string("::1")));
     EXPECT_EQ(-1, v4.SetAddress(std::string("")));
     EXPECT_EQ("10.0.0.1", v4.ToString());
@@ -91,13 +88,9 @@ TEST(IPAddressSetAddress, FailuresLeaveTheValueAndTheFamilyAlone) {
     const unsigned char raw16[16] = {1};
     EXPECT_EQ(-1, v4.SetAddress(raw16, 16u));
     EXPECT_EQ("10.0.0.9", v4.ToString());
-
-    const in6_addr start = v6("fe80::1");
-    IPAddress scoped(&start, 16u, 3u);
     EXPECT_EQ(0, scoped.SetAddress(std::string("fe80::2%lo")));
     EXPECT_EQ(3u, scoped.Scope());
     EXPECT_EQ(0, std::memcmp(v6("fe80::2").s6_addr, scoped.Addr(), 16));
-
     IPAddress path(2u);
     EXPECT_EQ(0, path.SetAddress(std::string("/var/run/s")));
     EXPECT_EQ("/var/run/s", path.ToString());
@@ -110,9 +103,7 @@ TEST(IPAddressClassify, EachFamilyFollowsItsTable) {
         {"::1", "L---U"},         {"::2", "----U"},          {"ff10::1", "-M---"},
         {"ff02::1", "-M---"},     {"ff20::1", "----U"},      {"2001:db8::1", "----U"}};
     for (const auto& row : texts) EXPECT_EQ(row[1], classes(IPAddress(row[0], 0))) << row[0];
-    EXPECT_EQ("---W-", classes(IPAddress()));
-    EXPECT_EQ("---W-", classes(IPAddress(0u)));
-    EXPECT_EQ("---W-", classes(IPAddress(1u)));
+    for (const IPAddress& any : {IPAddress(), IPAddress(0u), IPAddress(1u)}) EXPECT_EQ("---W-", classes(any));
     EXPECT_EQ("-----", classes(IPAddress("/x", 1)));
 }
 

@@ -192,7 +192,8 @@ TEST_F(LoggerTest, SeparatesByLineCountOrSizeAndRotatesFiveBackups) {
     }
 }
 
-TEST_F(LoggerTest, UnopenableFileLeavesItUninitialisedMissingDirectoriesAreMadeExistingLinesCounted) {
+TEST_F(LoggerTest,
+       UnopenableFileLeavesItUninitialisedMissingDirsAreMadeLinesCountedAndConfigFormUsesDefaults) {
     EXPECT_EQ("open logger file failed!!", zortest::thrownMessage([&] { start("", 1, 1000, 1); }));
     const std::string deep = start("a b/c/deep.log", 1, 1000, 1);  // not "already initialised"
     ZOR_LOG_INFO("made");
@@ -203,12 +204,12 @@ TEST_F(LoggerTest, UnopenableFileLeavesItUninitialisedMissingDirectoriesAreMadeE
     start("old.log", 1, 1000, 1);
     ZOR_LOG_INFO("four");
     EXPECT_EQ(4U, zor::Logger::Instance()->TotalLines());
-}
+    zor::Logger::DestroyInstance();
 
-TEST_F(LoggerTest, ConfigFileFormRunsWithTheDefaults) {
+    // The configuration-file form runs with the defaults: its FileConfig is never initialised.
     zortest::WorkDir here(m_dir.Path());
     zortest::writeFile("log.conf", "module = Svc\nfile = ./svc.log\nsync = 1\n");
-    zor::Logger::Instance()->Initialize(m_dir / "log.conf");  // its FileConfig is never initialised
+    zor::Logger::Instance()->Initialize(m_dir / "log.conf");
     ZOR_LOG_INFO("hello");
     zor::Logger::DestroyInstance();  // the defaults are asynchronous
     const auto lines = linesOf(m_dir / "file.log");
