@@ -57,6 +57,4 @@ TEST(StringUtilsTests, PrefixSuffixContainAndReplace) {
     std::string text = "a\\b\\c";
     StringUtils::Replace(text, '\\', '/');
     EXPECT_EQ("a/b/c", text);
-    StringUtils::Replace(text, '/', '/');
-    EXPECT_EQ("a/b/c", text);
 }
