@@ -57,14 +57,6 @@ std::string number(Bytes& in) {
     return std::to_string(4000 + in.Next() % 200);
 }
 
-size_t viaLibrary(char* buffer, size_t size, const char* fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    const size_t length = zor::detail::formatInto(buffer, size, fmt, args);
-    va_end(args);
-    return length;
-}
-
 size_t viaPrintf(char* buffer, size_t size, const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
@@ -81,7 +73,7 @@ size_t viaPrintf(char* buffer, size_t size, const char* fmt, ...) {
 template <typename T>
 void compare(size_t size, const std::string& fmt, T value) {
     std::string ours(size, '\x7f'), theirs(size, '\x7f');
-    const size_t ourLength = viaLibrary(&ours[0], size, fmt.c_str(), value);
+    const size_t ourLength = zor::detail::formatText(&ours[0], size, fmt.c_str(), value);
     const size_t theirLength = viaPrintf(&theirs[0], size, fmt.c_str(), value);
     check(ourLength == theirLength);
     check(std::memcmp(ours.data(), theirs.data(), ourLength) == 0);

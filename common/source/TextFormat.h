@@ -264,6 +264,17 @@ inline size_t formatInto(char* buffer, size_t size, const char* fmt, va_list arg
     return strnlen(buffer, kept);
 }
 
+// formatInto for a caller that holds the arguments themselves rather than a va_list.
+inline size_t formatText(char* buffer, size_t size, const char* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+inline size_t formatText(char* buffer, size_t size, const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    const size_t length = formatInto(buffer, size, fmt, args);
+    va_end(args);
+    return length;
+}
+
 // Rewrites text (length bytes) in place the way printf prints a format that has no arguments: "%%"
 // becomes "%". Any other conversion would read an argument that does not exist, so it stays as it
 // stands. Returns the new length; the text is not terminated.

@@ -282,14 +282,6 @@ TEST_F(LoggerTest, ReopenAfterRenameSendsEarlierLinesToTheMovedFileAndLaterOnesT
     }
 }
 
-size_t expanded(char* buffer, size_t size, const char* fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    const size_t length = zor::detail::formatInto(buffer, size, fmt, args);
-    va_end(args);
-    return length;
-}
-
 // The expansion does the common conversions itself: text and length must be vsnprintf's, cut included,
 // both for those and for every form it hands on.
 template <typename... Args>
@@ -297,7 +289,7 @@ void expectPrintfText(const char* fmt, Args... args) {
     for (const size_t size : {1, 7, 40, 1000}) {
         std::vector<char> want(size), got(size, 'z');
         std::snprintf(want.data(), size, fmt, args...);
-        const size_t length = expanded(got.data(), size, fmt, args...);
+        const size_t length = zor::detail::formatText(got.data(), size, fmt, args...);
         ASSERT_EQ(std::string(want.data()), std::string(got.data(), length)) << fmt << " in " << size;
         ASSERT_EQ('\0', got[length]) << fmt;
     }
@@ -318,7 +310,8 @@ TEST(TextFormat, ExpandsExactlyAsPrintfDoes) {
     const char* volatile none = nullptr;  // hidden from the compiler's format checks
     expectPrintfText("%s %f %f %Lf", none, HUGE_VAL, NAN, 1.0L);
     expectPrintfText("%99999d|%.99999f", 1, 0.5);
-    EXPECT_EQ(1U, expanded(std::vector<char>(8).data(), 8, "a%cb", 0));  // the text ends at the NUL
+    EXPECT_EQ(
+        1U, zor::detail::formatText(std::vector<char>(8).data(), 8, "a%cb", 0));  // the text ends at the NUL
 }
 
 }  // namespace
