@@ -244,92 +244,45 @@ void logBackToBack(benchmark::State& state, LogFn log) {
     reportExhausted(state, thrown, calls);
 }
 
-void sizes(benchmark::internal::Benchmark* b) { b->Arg(16)->Arg(100)->Arg(250); }
-
 // ---- the cases ----
 
 void syncZor(benchmark::State& state) { logEveryIteration(state, logZor); }
 void syncSpd(benchmark::State& state) { logEveryIteration(state, logSpd); }
-BENCHMARK(syncZor)
-    ->Name("log_sync_flush/zor")
-    ->Apply(sizes)
-    ->Setup(zorSync)
-    ->Teardown(zorStop)
-    ->Threads(1)
-    ->Threads(4)
-    ->UseRealTime();
-BENCHMARK(syncSpd)
-    ->Name("log_sync_flush/spdlog")
-    ->Apply(sizes)
-    ->Setup(spdSync)
-    ->Teardown(spdStop)
-    ->Threads(1)
-    ->Threads(4)
-    ->UseRealTime();
-BENCHMARK(syncZor)
-    ->Name("log_sync_rotate/zor")
-    ->Apply(sizes)
-    ->Setup(zorRotate)
-    ->Teardown(zorStop)
-    ->UseRealTime();
-BENCHMARK(syncSpd)
-    ->Name("log_sync_rotate/spdlog")
-    ->Apply(sizes)
-    ->Setup(spdRotate)
-    ->Teardown(spdStop)
-    ->UseRealTime();
-
 void burstZor(benchmark::State& state) { logInBursts(state, logZor); }
 void burstSpd(benchmark::State& state) { logInBursts(state, logSpd); }
-BENCHMARK(burstZor)
-    ->Name("log_async_burst/zor")
-    ->Apply(sizes)
-    ->Setup(zorAsync)
-    ->Teardown(zorStop)
-    ->Iterations(BURST * 25);
-BENCHMARK(burstSpd)
-    ->Name("log_async_burst/spdlog")
-    ->Apply(sizes)
-    ->Setup(spdAsync)
-    ->Teardown(spdStop)
-    ->Iterations(BURST * 25);
-
 void drainZor(benchmark::State& state) { logUntilWritten(state, logZor, ZOR_PATH); }
 void drainSpd(benchmark::State& state) { logUntilWritten(state, logSpd, SPD_PATH); }
-BENCHMARK(drainZor)
-    ->Name("log_async_drain/zor")
-    ->Apply(sizes)
-    ->Setup(zorAsync)
-    ->Teardown(zorStop)
-    ->Iterations(5)
-    ->UseManualTime();
-BENCHMARK(drainSpd)
-    ->Name("log_async_drain/spdlog")
-    ->Apply(sizes)
-    ->Setup(spdAsyncFlushed)
-    ->Teardown(spdStop)
-    ->Iterations(5)
-    ->UseManualTime();
-
 void floodZor(benchmark::State& state) { logBackToBack(state, logZor); }
 void floodSpd(benchmark::State& state) { logBackToBack(state, logSpd); }
-BENCHMARK(floodZor)
-    ->Name("log_async_flood/zor")
-    ->Apply(sizes)
-    ->Setup(zorAsync)
-    ->Teardown(zorStop)
-    ->Threads(1)
-    ->Threads(4)
-    ->MinTime(1.0)
-    ->UseRealTime();
-BENCHMARK(floodSpd)
-    ->Name("log_async_flood/spdlog")
-    ->Apply(sizes)
-    ->Setup(spdAsync)
-    ->Teardown(spdStop)
-    ->Threads(1)
-    ->Threads(4)
-    ->MinTime(1.0)
-    ->UseRealTime();
+
+using Case = void (*)(benchmark::State&);
+using Hook = void (*)(const benchmark::State&);
+using Options = void (*)(benchmark::internal::Benchmark*);
+
+// Registers a case for both libraries with the same message sizes and options, each with its own set-up.
+void registerPair(const std::string& name, Case zorCase, Hook zorSetup, Case spdCase, Hook spdSetup,
+                  Options options) {
+    for (const bool zor : {true, false}) {
+        benchmark::internal::Benchmark* b = benchmark::RegisterBenchmark(
+            (name + (zor ? "/zor" : "/spdlog")).c_str(), zor ? zorCase : spdCase);
+        b->Arg(16)->Arg(100)->Arg(250)->Setup(zor ? zorSetup : spdSetup)->Teardown(zor ? zorStop : spdStop);
+        options(b);
+    }
+}
+
+const bool g_registered = [] {
+    registerPair("log_sync_flush", syncZor, zorSync, syncSpd, spdSync,
+                 [](benchmark::internal::Benchmark* b) { b->Threads(1)->Threads(4)->UseRealTime(); });
+    registerPair("log_sync_rotate", syncZor, zorRotate, syncSpd, spdRotate,
+                 [](benchmark::internal::Benchmark* b) { b->UseRealTime(); });
+    registerPair("log_async_burst", burstZor, zorAsync, burstSpd, spdAsync,
+                 [](benchmark::internal::Benchmark* b) { b->Iterations(BURST * 25); });
+    registerPair("log_async_drain", drainZor, zorAsync, drainSpd, spdAsyncFlushed,
+                 [](benchmark::internal::Benchmark* b) { b->Iterations(5)->UseManualTime(); });
+    registerPair(
+        "log_async_flood", floodZor, zorAsync, floodSpd, spdAsync,
+        [](benchmark::internal::Benchmark* b) { b->Threads(1)->Threads(4)->MinTime(1.0)->UseRealTime(); });
+    return true;
+}();
 
 }  // namespace
