@@ -196,6 +196,7 @@ private:
     };
 
     void shutDown();
+    void resetSettings();
     void logWithPrefix(const ZR_CHAR* file, const ZR_CHAR* func, ZR_INT line, const ZR_CHAR* prefix,
                        const ZR_CHAR* fmt, va_list args);
     void applySettings(const std::string& module, const std::string& file, ZR_Uint32 mbytes, ZR_Uint32 lines,

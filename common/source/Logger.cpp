@@ -266,24 +266,28 @@ void Logger::DestroyInstance() {
 }
 
 Logger::Logger()
-    : m_bSyncWrite(0),
-      m_bForeground(0),
-      m_bInitialized(0),
-      m_iDebugLevel(0),
-      m_iCurrLineIdx(0),
-      m_iCurrFileIdx(0),
-      m_iMaxBytes(NO_LIMIT),
-      m_iMaxLines(NO_LIMIT),
-      m_iMaxFiles(NO_LIMIT),
-      m_sFilePath("./file.log"),
-      m_sModuleName("Logger"),
+    : m_bInitialized(0),
       m_mutex(0),
       m_sem(4096),
       m_queueMutex(0),
-      m_iWrittenAhead(0),
       m_iCallsInFlight{{0}, {0}},
       m_iCallEpoch(0),
-      m_bClosing(0) {}
+      m_bClosing(0) {
+    resetSettings();
+}
+
+// What Initialize may change, as a new logger has it.
+void Logger::resetSettings() {
+    m_bSyncWrite = 0;
+    m_bForeground = 0;
+    m_iDebugLevel = 0;
+    m_iCurrLineIdx = 0;
+    m_iCurrFileIdx = 0;
+    m_iMaxBytes = m_iMaxLines = m_iMaxFiles = NO_LIMIT;
+    m_sFilePath = "./file.log";
+    m_sModuleName = "Logger";
+    m_iWrittenAhead = 0;
+}
 
 Logger::~Logger() { StopAndWait(); }  // the writer drains the queue before the members (the file) go
 
@@ -299,19 +303,11 @@ void Logger::shutDown() {
     StopAndWait();
     ScopedLock queue(m_queueMutex);
     ScopedLock file(m_mutex);
-    m_bSyncWrite = 0;
-    m_bForeground = 0;
-    m_iDebugLevel = 0;
-    m_iCurrLineIdx = 0;
-    m_iCurrFileIdx = 0;
-    m_iMaxBytes = m_iMaxLines = m_iMaxFiles = NO_LIMIT;
-    m_sFilePath = "./file.log";
-    m_sModuleName = "Logger";
+    resetSettings();
     m_fileStream.reset();
     m_sem.TryWaitUpTo(m_sem.Max());
     m_itemQueue.clear();
     m_spareItems.clear();
-    m_iWrittenAhead = 0;
     m_sCurrentLine.clear();
     std::string().swap(m_sPass);
     m_bClosing.store(0);
