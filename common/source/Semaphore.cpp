@@ -99,13 +99,7 @@ ZR_BOOL Semaphore::Wait(ZR_LONG lMseconds) {
     return 1;
 }
 
-ZR_BOOL Semaphore::TryWait() {
-    lock();
-    const ZR_BOOL bTaken = m_iCount > 0 ? 1 : 0;
-    if (bTaken) --m_iCount;
-    pthread_mutex_unlock(&m_mutex);
-    return bTaken;
-}
+ZR_BOOL Semaphore::TryWait() { return TryWaitUpTo(1); }
 
 ZR_Int32 Semaphore::TryWaitUpTo(ZR_Int32 iMost) {
     if (iMost <= 0) return 0;
